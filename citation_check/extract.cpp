@@ -1,0 +1,120 @@
+#include "extract.h"
+
+#include "host.h"
+
+namespace citation_check {
+
+using py::Borrowed;
+using py::Module;
+using py::Ref;
+using py::attr;
+using py::call;
+using py::call_method;
+using py::compare;
+using py::format;
+using py::steal;
+
+namespace {
+
+// --- CitedClaim.ref ------------------------------------------------------------------------------------------------
+
+Ref ref(Module& module, Borrowed self) {
+    const auto& names = module.names;
+    const Ref start = attr(self, names.start);
+    const Ref end = attr(self, names.end);
+    const bool one_line = compare(start, end, Py_EQ);
+    const Ref path = format(attr(self, names.path));
+    const Ref first = format(start);
+    if (one_line) return steal(PyUnicode_FromFormat("[%U:L%U]", path.get(), first.get()));
+    const Ref last = format(end);
+    return steal(PyUnicode_FromFormat("[%U:L%U-L%U]", path.get(), first.get(), last.get()));
+}
+
+constexpr py::Parameter self_only[] = {{"self"}};
+constexpr py::FunctionRow ref_row = {
+    "ref", "CitedClaim.ref", self_only, "str", "The citation as a page writes it.", py::native<ref>,
+};
+
+// --- _claim_text ---------------------------------------------------------------------------------------------------
+
+Ref claim_text(Module& module, Borrowed sentence) {
+    const auto& names = module.names;
+    Ref text = host::without_citations(module, sentence);
+    text = call_method(module.global(names.re), names.sub, names.space_before_mark, names.first_group, text);
+    text = call_method(module.global(names.re), names.sub, names.space_run, names.space, text);
+    return call_method(text, names.strip);
+}
+
+constexpr py::Parameter claim_text_parameters[] = {{"sentence", "str"}};
+
+// --- cited_claims --------------------------------------------------------------------------------------------------
+
+Ref sentences(Module& module, Borrowed block) {
+    return call_method(module.global(module.names.SENTENCE_END_RE), module.names.split, block);
+}
+
+void add_claims(Module& module, Borrowed sentence, Borrowed out) {
+    const auto& names = module.names;
+    const Ref matches = host::citations(module, sentence);
+    const Py_ssize_t count = PyList_GET_SIZE(matches.get());
+    const Ref claim = count == 0 ? py::borrow(names.empty) : call(module.global(names.claim_text), sentence);
+    if (compare(py::integer(py::length(claim)), module.global(names.CLAIM_MIN_CHARS), Py_LT)) return;
+    for (Py_ssize_t index = 0; index < count; ++index) {
+        const auto [path, start, end] = host::citation_key(module, PyList_GET_ITEM(matches.get(), index));
+        const Ref cited_claim = module.global(names.CitedClaim);
+        const Ref record = call(cited_claim, claim, host::normal_path(module, path), start, end);
+        if (compare(start, module.one, Py_GE) && !py::contains(out, record)) py::append(out, record);
+    }
+}
+
+Ref cited_claims(Module& module, Borrowed markdown) {
+    Ref out = py::new_list();
+    py::Iteration blocks(call(module.global(module.names.prose_blocks), markdown));
+    while (const Ref block = blocks.next()) {
+        py::Iteration parts(sentences(module, block));
+        while (const Ref sentence = parts.next()) add_claims(module, sentence, out);
+    }
+    return out;
+}
+
+constexpr py::Parameter cited_claims_parameters[] = {{"markdown", "str"}};
+
+}  // namespace
+
+const py::FunctionRow claim_text_row = {
+    "_claim_text", "_claim_text", claim_text_parameters, "str", nullptr, py::native<claim_text>,
+};
+
+const py::FunctionRow cited_claims_row = {
+    "cited_claims",
+    "cited_claims",
+    cited_claims_parameters,
+    "list[CitedClaim]",
+    "Every sentence of a page's prose that carries a citation of lines, one record per\n"
+    "    citation, in page order. Sentences without a citation, file-level citations (``L0``) and\n"
+    "    citations in code, tables and headings are not claims to check.",
+    py::native<cited_claims>,
+};
+
+Ref make_cited_claim_class(Module& module) {
+    const auto& names = module.names;
+    const Ref frozen = py::call_with(module.global(names.dataclass), module.keywords_frozen, Py_True);
+    const py::ClassBody body(module, "CitedClaim",
+                             "One sentence of a page and one citation it carries.\n"
+                             "\n"
+                             "    Attributes:\n"
+                             "        claim: The sentence without its citations.\n"
+                             "        path: The cited file, repository-relative.\n"
+                             "        start: The first cited line (1-based).\n"
+                             "        end: The last cited line.\n"
+                             "    ",
+                             py::ClassBody::Annotated::yes);
+    body.annotate("claim", "str");
+    body.annotate("path", "str");
+    body.annotate("start", "int");
+    body.annotate("end", "int");
+    body.define(ref_row, PyProperty_Type);
+    return call(frozen, body.make());
+}
+
+}  // namespace citation_check

@@ -1,0 +1,39 @@
+#pragma once
+
+#include "python/class.h"
+#include "python/generator.h"
+
+// Claim extraction: the prose blocks of a page, and the cited claims in them.
+namespace citation_check {
+
+// Cuts a page's Markdown into its paragraphs and list items, a line of text each.
+class ProseBlocks final : public py::Steps {
+  public:
+    ProseBlocks(py::Module& module, py::Borrowed markdown);
+
+    py::Ref next() override;
+    int visit(visitproc visit, void* argument) const override;
+
+  private:
+    py::Ref next_line();
+    bool is_prose(py::Borrowed line, py::Borrowed stripped);
+    bool begins_item(py::Borrowed stripped) const;
+    void gather(py::Borrowed stripped) const;
+    py::Ref complete_block();
+
+    py::Module& module_;
+    py::Ref markdown_;   // until the first line is asked for
+    py::Ref lines_;      // the iterator over the lines, from then on
+    py::Ref block_;      // the list of the block's lines
+    py::Ref left_over_;  // the line that completed the last block and belongs to the next
+    bool in_fence_ = false;
+};
+
+// `CitedClaim`: one sentence of a page and one citation of lines that it carries.
+py::Ref make_cited_claim_class(py::Module& module);
+
+extern const py::FunctionRow prose_blocks_row;
+extern const py::FunctionRow claim_text_row;
+extern const py::FunctionRow cited_claims_row;
+
+}  // namespace citation_check

@@ -1,0 +1,94 @@
+#include "extract.h"
+#include "host.h"
+
+namespace citation_check {
+
+using py::Borrowed;
+using py::Module;
+using py::Ref;
+using py::call_method;
+using py::steal;
+using py::truth;
+
+ProseBlocks::ProseBlocks(Module& module, Borrowed markdown)
+    : module_(module), markdown_(py::borrow(markdown)), block_(py::new_list()) {}
+
+Ref ProseBlocks::next() {
+    if (left_over_) gather(std::exchange(left_over_, Ref()));
+    while (Ref line = next_line()) {
+        Ref stripped = call_method(line, module_.names.strip);
+        const bool prose = is_prose(line, stripped);
+        Ref complete;
+        if (PyList_GET_SIZE(block_.get()) != 0 && (!prose || begins_item(stripped))) complete = complete_block();
+        if (complete) {
+            if (prose) left_over_ = std::move(stripped);
+            return complete;
+        }
+        if (prose) gather(stripped);
+    }
+    return PyList_GET_SIZE(block_.get()) != 0 ? complete_block() : Ref();
+}
+
+Ref ProseBlocks::next_line() {
+    if (!lines_) {
+        const Ref lines = call_method(markdown_, module_.names.split, module_.names.line_feed);
+        lines_ = steal(PyObject_GetIter(lines.get()));
+        markdown_ = Ref();
+    }
+    Ref line = py::take(PyIter_Next(lines_.get()));
+    if (!line && PyErr_Occurred()) throw py::Error{};
+    return line;
+}
+
+bool ProseBlocks::is_prose(Borrowed line, Borrowed stripped) {
+    const bool fence = host::is_fence(module_, line);
+    if (fence) in_fence_ = !in_fence_;
+    if (fence || in_fence_ || !truth(stripped)) return false;
+    return !truth(call_method(stripped, module_.names.startswith, module_.left_out_starts));
+}
+
+bool ProseBlocks::begins_item(Borrowed stripped) const {
+    return truth(call_method(module_.global(module_.names.LIST_MARK_RE), module_.names.match, stripped));
+}
+
+void ProseBlocks::gather(Borrowed stripped) const {
+    const auto& names = module_.names;
+    py::append(block_, call_method(module_.global(names.LIST_MARK_RE), names.sub, names.empty, stripped));
+}
+
+Ref ProseBlocks::complete_block() {
+    Ref joined = steal(PyUnicode_Join(module_.names.space, block_.get()));
+    block_ = py::new_list();
+    return joined;
+}
+
+int ProseBlocks::visit(visitproc visit, void* arg) const {
+    Py_VISIT(markdown_.get());
+    Py_VISIT(lines_.get());
+    Py_VISIT(block_.get());
+    Py_VISIT(left_over_.get());
+    return 0;
+}
+
+namespace {
+
+Ref prose_blocks(Module& module, Borrowed markdown) {
+    return py::make_generator(module, prose_blocks_row, std::make_unique<ProseBlocks>(module, markdown));
+}
+
+constexpr py::Parameter prose_blocks_parameters[] = {{"markdown", "str"}};
+
+}  // namespace
+
+const py::FunctionRow prose_blocks_row = {
+    "_prose_blocks",
+    "_prose_blocks",
+    prose_blocks_parameters,
+    "Iterator[str]",
+    "The paragraphs and list items of a page, each on one line: fenced code, headings, tables\n"
+    "    and quotes are left out, and a wrapped line joins the block it continues.",
+    py::native<prose_blocks>,
+    CO_GENERATOR,
+};
+
+}  // namespace citation_check

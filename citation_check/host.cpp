@@ -1,0 +1,71 @@
+#include "host.h"
+
+namespace citation_check::host {
+
+using py::attr;
+using py::call;
+using py::call_method;
+using py::call_with;
+using py::steal;
+using py::truth;
+using py::unpack;
+
+bool is_fence(Module& module, Borrowed line) {
+    return truth(call_method(module.global(module.names.FENCE_RE), module.names.match, line));
+}
+
+Ref citations(Module& module, Borrowed sentence) {
+    const Ref found = call_method(module.global(module.names.CITATION_RE), module.names.finditer, sentence);
+    return steal(PySequence_List(found.get()));
+}
+
+Ref without_citations(Module& module, Borrowed sentence) {
+    const auto& names = module.names;
+    return call_method(module.global(names.CITATION_RE), names.sub, names.empty, sentence);
+}
+
+CitationKey citation_key(Module& module, Borrowed match) {
+    auto [path, start, end] = unpack<3>(call(module.global(module.names.citation_key), match));
+    return {std::move(path), std::move(start), std::move(end)};
+}
+
+Ref normal_path(Module& module, Borrowed path) { return call(module.global(module.names.norm), path); }
+
+bool switched_on(Module& module, Borrowed client) {
+    return truth(call_method(client, module.names.feature_enabled, module.names.wiki_check_citations));
+}
+
+bool consented(Module& module, Borrowed client) {
+    return truth(call(module.global(module.names.source_consented), client));
+}
+
+Ref new_budget(Module& module, Borrowed client, Borrowed should_stop) {
+    return call_with(attr(client, module.names.new_budget), module.keywords_should_stop, should_stop);
+}
+
+Ref questions_per_page(Module& module, Borrowed client) {
+    return attr(attr(client, module.names.config), module.names.wiki_check_citations_per_page);
+}
+
+Ref parallel_calls(Module& module, Borrowed client) {
+    const Ref configured = attr(attr(client, module.names.config), module.names.max_parallel_calls);
+    return steal(PyNumber_Long(configured.get()));
+}
+
+Request citation_request(Module& module, Borrowed claim, Borrowed passage) {
+    const Ref request = module.global(module.names.citation_request);
+    auto [state, questions] = unpack<2>(call(request, attr(claim, module.names.claim), passage));
+    return {std::move(state), std::move(questions)};
+}
+
+Ref decide(Module& module, Borrowed client, const Request& request, Borrowed budget) {
+    const Ref decide = attr(client, module.names.decide);
+    const Ref version = module.global(module.names.CITATION_QUESTION_VERSION);
+    return call_with(decide, module.keywords_decide, request.state, request.questions, version, budget);
+}
+
+Ref citation_answer(Module& module, Borrowed result) {
+    return call(module.global(module.names.citation_answer), result);
+}
+
+}  // namespace citation_check::host

@@ -1,0 +1,66 @@
+#include "call.h"
+
+namespace py {
+
+namespace {
+
+Ref iterator_to_unpack(Borrowed iterable) {
+    Ref iterator = take(PyObject_GetIter(iterable.get()));
+    if (iterator) return iterator;
+    const bool iterable_type = iterable.type()->tp_iter != nullptr || PySequence_Check(iterable.get()) != 0;
+    if (PyErr_ExceptionMatches(PyExc_TypeError) && !iterable_type) {
+        raise(PyExc_TypeError, "cannot unpack non-iterable %.200s object", iterable.type()->tp_name);
+    }
+    throw Error{};
+}
+
+}  // namespace
+
+void unpack_into(Borrowed iterable, Ref* values, std::size_t count) {
+    const Ref iterator = iterator_to_unpack(iterable);
+    for (std::size_t index = 0; index < count; ++index) {
+        values[index] = take(PyIter_Next(iterator.get()));
+        if (values[index]) continue;
+        if (PyErr_Occurred()) throw Error{};
+        raise(PyExc_ValueError, "not enough values to unpack (expected %zd, got %zd)", count, index);
+    }
+    if (take(PyIter_Next(iterator.get()))) raise(PyExc_ValueError, "too many values to unpack (expected %zd)", count);
+    if (PyErr_Occurred()) throw Error{};
+}
+
+Ref prefix(Borrowed value, Borrowed stop) {
+    const Ref slice = steal(PySlice_New(nullptr, stop.get(), nullptr));
+    return steal(PyObject_GetItem(value.get(), slice.get()));
+}
+
+Ref lookup_special(Borrowed object, Borrowed name) {
+    PyObject* const found = _PyType_Lookup(object.type(), name.get());
+    if (found == nullptr) return {};
+    Ref method = borrow(found);
+    const descrgetfunc bind = Py_TYPE(found)->tp_descr_get;
+    if (bind == nullptr) return method;
+    PyObject* const type = reinterpret_cast<PyObject*>(object.type());
+    return steal(bind(method.get(), object.get(), type));
+}
+
+ContextManager::ContextManager(Borrowed manager, Borrowed enter_name, Borrowed exit_name) {
+    enter_ = lookup_special(manager, enter_name);
+    if (!enter_) {
+        raise(PyExc_TypeError, "'%.200s' object does not support the context manager protocol",
+              manager.type()->tp_name);
+    }
+    exit_ = lookup_special(manager, exit_name);
+    if (!exit_) {
+        raise(PyExc_TypeError,
+              "'%.200s' object does not support the context manager protocol (missed __exit__ method)",
+              manager.type()->tp_name);
+    }
+}
+
+bool ContextManager::exit_with_error() {
+    Handled error;
+    if (truth(call(exit_, error.type(), error.value(), error.traceback()))) return false;
+    error.reraise();
+}
+
+}  // namespace py

@@ -1,0 +1,63 @@
+#include "module.h"
+
+#include "call.h"
+
+namespace py {
+
+namespace {
+
+// NameError as the interpreter raises it: the missing name is in the message and in its attribute `name`.
+[[noreturn]] void raise_name_error(const Module& module, PyObject* name) {
+    const Ref message = steal(PyUnicode_FromFormat("name '%U' is not defined", name));
+    const Ref error = call(PyExc_NameError, message);
+    set_attr(error, module.names.name, name);
+    PyErr_SetObject(PyExc_NameError, error.get());
+    throw Error{};
+}
+
+}  // namespace
+
+Ref Module::global(PyObject* name) const {
+    if (PyObject* value = PyDict_GetItemWithError(globals, name)) return borrow(value);
+    if (!PyErr_Occurred() && builtins != nullptr) {
+        if (PyObject* value = PyDict_GetItemWithError(builtins, name)) return borrow(value);
+    }
+    if (PyErr_Occurred()) throw Error{};
+    raise_name_error(*this, name);
+}
+
+void Module::bind(PyObject* name, Borrowed value) const { set_item(globals, name, value); }
+
+Module& Module::initialise(PyObject* module) {
+    Module& state = of(module);
+    state.self = module;
+    state.globals = PyModule_GetDict(module);
+#define CITATION_CHECK_INTERN(field, text) state.names.field = steal(PyUnicode_InternFromString(text)).release();
+    CITATION_CHECK_NAMES(CITATION_CHECK_INTERN)
+#undef CITATION_CHECK_INTERN
+    return state;
+}
+
+int Module::visit(visitproc visit, void* argument) {
+    // The macro's own parameter names, which Py_VISIT needs, are `visit` and `arg`.
+    void* const arg = argument;
+#define CITATION_CHECK_VISIT(field) Py_VISIT(field);
+    CITATION_CHECK_KEPT(CITATION_CHECK_VISIT)
+#undef CITATION_CHECK_VISIT
+    return 0;
+}
+
+void Module::clear() {
+#define CITATION_CHECK_CLEAR(field) Py_CLEAR(field);
+    CITATION_CHECK_KEPT(CITATION_CHECK_CLEAR)
+#undef CITATION_CHECK_CLEAR
+}
+
+// Apart from `clear`: strings are in no cycle, and a function may still run between the clearing and its own end.
+void Module::release_names() {
+#define CITATION_CHECK_CLEAR(field, text) Py_CLEAR(names.field);
+    CITATION_CHECK_NAMES(CITATION_CHECK_CLEAR)
+#undef CITATION_CHECK_CLEAR
+}
+
+}  // namespace py

@@ -1,0 +1,56 @@
+#pragma once
+
+#include "names.h"
+#include "object.h"
+
+// Every object that the module keeps for itself: one line each, and its visit, its clearing and its release follow.
+#define CITATION_CHECK_KEPT(X)                                                     \
+    X(builtins)                                                                    \
+    X(function_type)                                                               \
+    X(generator_type)                                                              \
+    /* the keyword names of calls, as vectorcall wants them */                     \
+    X(keywords_checked_skipped)                                                    \
+    X(keywords_decide)                                                             \
+    X(keywords_default_factory)                                                    \
+    X(keywords_exc_info)                                                           \
+    X(keywords_frozen)                                                             \
+    X(keywords_max_questions_budget)                                               \
+    X(keywords_pool)                                                               \
+    X(keywords_read_text)                                                          \
+    X(keywords_should_stop)                                                        \
+    /* fixed values */                                                             \
+    X(one)                                                                         \
+    X(left_out_starts)
+
+namespace py {
+
+// The state of one copy of the module. Lives in the module object's own memory, zeroed before the import sequence runs.
+struct Module {
+    PyObject* self;     // borrowed: the module object, which owns this state
+    PyObject* globals;  // borrowed from `self`: the namespace
+    Names names;
+#define CITATION_CHECK_FIELD(field) PyObject* field;
+    CITATION_CHECK_KEPT(CITATION_CHECK_FIELD)
+#undef CITATION_CHECK_FIELD
+
+    // The value that a module-level name has now: the namespace's, else the interpreter's builtin. NameError with
+    // the interpreter's wording when there is neither. Looked up at each use, so a rebound name counts at once.
+    Ref global(PyObject* name) const;
+
+    // Binds a module-level name.
+    void bind(PyObject* name, Borrowed value) const;
+
+    // Sets the state up in `module`'s memory: the names, and nothing kept yet.
+    static Module& initialise(PyObject* module);
+    static Module& of(PyObject* module) { return *static_cast<Module*>(PyModule_GetState(module)); }
+
+    // What the interpreter's collector and the end of the module need.
+    int visit(visitproc visit, void* argument);
+    void clear();
+    void release_names();
+};
+
+// Keeps `object` in a field of the module's list above.
+inline void keep(PyObject*& field, Ref object) { Ref old = take(std::exchange(field, object.release())); }
+
+}  // namespace py

@@ -1,0 +1,106 @@
+#include "sources.h"
+
+namespace citation_check {
+
+using py::Borrowed;
+using py::Module;
+using py::Ref;
+using py::attr;
+using py::call;
+using py::call_method;
+using py::steal;
+
+namespace {
+
+// --- cited_lines ---------------------------------------------------------------------------------------------------
+
+Ref cited_lines(Module& module, Borrowed text, Borrowed start, Borrowed end) {
+    const auto& names = module.names;
+    const Ref lines = call_method(text, names.splitlines);
+    const Ref first = steal(PyNumber_Subtract(start.get(), module.one));
+    const Ref range = steal(PySlice_New(first.get(), end.get(), nullptr));
+    const Ref taken = steal(PyObject_GetItem(lines.get(), range.get()));
+    const Ref joined = steal(PyUnicode_Join(names.line_feed, taken.get()));
+    return py::prefix(joined, module.global(names.PASSAGE_CHARS));
+}
+
+constexpr py::Parameter cited_lines_parameters[] = {{"text", "str"}, {"start", "int"}, {"end", "int"}};
+
+// --- CitedSources --------------------------------------------------------------------------------------------------
+
+Ref init(Module& module, Borrowed self, Borrowed repo_root) {
+    py::set_attr(self, module.names.root, call_method(repo_root, module.names.resolve));
+    py::set_attr(self, module.names.texts, py::new_dict());
+    return py::none();
+}
+
+constexpr py::Parameter init_parameters[] = {{"self"}, {"repo_root", "Path"}};
+constexpr py::FunctionRow init_row = {
+    "__init__", "CitedSources.__init__", init_parameters, "None", nullptr, py::native<init>,
+};
+
+Ref passage(Module& module, Borrowed self, Borrowed claim) {
+    const auto& names = module.names;
+    const Ref path = attr(claim, names.path);
+    const Ref known = attr(self, names.texts);
+    if (!py::contains(known, path)) {
+        const Ref read = attr(self, names.read);
+        const Ref text = call(read, attr(claim, names.path));
+        const Ref texts = attr(self, names.texts);
+        py::check(PyObject_SetItem(texts.get(), attr(claim, names.path).get(), text.get()));
+    }
+    const Ref cut = module.global(names.cited_lines);
+    const Ref texts = attr(self, names.texts);
+    const Ref text = steal(PyObject_GetItem(texts.get(), attr(claim, names.path).get()));
+    const Ref start = attr(claim, names.start);
+    return call(cut, text, start, attr(claim, names.end));
+}
+
+constexpr py::Parameter passage_parameters[] = {{"self"}, {"claim", "CitedClaim"}};
+constexpr py::FunctionRow passage_row = {
+    "passage", "CitedSources.passage", passage_parameters, "str", nullptr, py::native<passage>,
+};
+
+Ref read(Module& module, Borrowed self, Borrowed path) {
+    const auto& names = module.names;
+    const Ref joined = steal(PyNumber_TrueDivide(attr(self, names.root).get(), path.get()));
+    const Ref target = call_method(joined, names.resolve);
+    const Ref is_relative_to = attr(target, names.is_relative_to);
+    if (!py::truth(call(is_relative_to, attr(self, names.root)))) return py::borrow(names.empty);
+    return py::try_except(
+        PyExc_OSError,
+        [&] {
+            const Ref read_text = attr(target, names.read_text);
+            return py::call_with(read_text, module.keywords_read_text, names.utf_8, names.replace);
+        },
+        [&](const py::Handled&) { return py::borrow(names.empty); });
+}
+
+constexpr py::Parameter read_parameters[] = {{"self"}, {"path", "str"}};
+constexpr py::FunctionRow read_row = {
+    "_read", "CitedSources._read", read_parameters, "str", nullptr, py::native<read>,
+};
+
+}  // namespace
+
+const py::FunctionRow cited_lines_row = {
+    "cited_lines",
+    "cited_lines",
+    cited_lines_parameters,
+    "str",
+    "Lines ``start``-``end`` (1-based) of a file's text, cut at the passage limit.",
+    py::native<cited_lines>,
+};
+
+Ref make_cited_sources_class(Module& module) {
+    const py::ClassBody body(
+        module, "CitedSources",
+        "The stored files a page cites, read once each; none outside the repository (the cited\n"
+        "    lines the citation check shows the model, and the evaluation kit's dataset freezes).");
+    body.define(init_row);
+    body.define(passage_row);
+    body.define(read_row);
+    return body.make();
+}
+
+}  // namespace citation_check
