@@ -4,11 +4,11 @@
 
 namespace citation_check {
 
+using py::attr;
 using py::Borrowed;
+using py::call_method;
 using py::Module;
 using py::Ref;
-using py::attr;
-using py::call_method;
 using py::set_attr;
 using py::steal;
 

@@ -3,12 +3,12 @@
 
 namespace citation_check {
 
-using py::Borrowed;
-using py::Module;
-using py::Ref;
 using py::attr;
+using py::Borrowed;
 using py::call;
 using py::call_method;
+using py::Module;
+using py::Ref;
 using py::steal;
 
 namespace {
@@ -37,18 +37,12 @@ Ref ask(Module& module, py::Closure held, Borrowed item) {
 
 constexpr py::Parameter ask_parameters[] = {{"item", "tuple[CitedClaim, str]"}};
 constexpr py::FunctionRow ask_row = {
-    "ask",
-    "check_citations.<locals>.ask",
-    ask_parameters,
-    "CitationAnswer | None",
-    nullptr,
-    py::native<ask>,
-    CO_NESTED,
+    "ask", "check_citations.<locals>.ask", ask_parameters, "CitationAnswer | None", nullptr, py::native<ask>, CO_NESTED,
 };
 
 Ref make_ask(Module& module, Borrowed client, Borrowed budget, Borrowed failed) {
-    const Ref cells = py::tuple_of(steal(PyCell_New(budget.get())), steal(PyCell_New(client.get())),
-                                   steal(PyCell_New(failed.get())));
+    const Ref cells =
+        py::tuple_of(steal(PyCell_New(budget.get())), steal(PyCell_New(client.get())), steal(PyCell_New(failed.get())));
     return py::make_function(module, ask_row, cells.get());
 }
 
@@ -96,9 +90,8 @@ Ref answers_of(Module& module, Borrowed question, Borrowed asked, Borrowed worke
         py::call_with(module.global(names.ThreadPoolExecutor), module.keywords_pool, workers, names.wiki_cite);
     Ref answers;
     py::ContextManager manager(executor, names.enter_dunder, names.exit_dunder);
-    manager.run([&](Borrowed pool) {
-        answers = steal(PySequence_List(call_method(pool, names.map, question, asked).get()));
-    });
+    manager.run(
+        [&](Borrowed pool) { answers = steal(PySequence_List(call_method(pool, names.map, question, asked).get())); });
     if (!answers) {
         // Only an executor that swallows exceptions comes here.
         py::raise(PyExc_UnboundLocalError,

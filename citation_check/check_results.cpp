@@ -2,12 +2,12 @@
 
 namespace citation_check {
 
-using py::Borrowed;
-using py::Module;
-using py::Ref;
 using py::attr;
+using py::Borrowed;
 using py::call;
 using py::format;
+using py::Module;
+using py::Ref;
 using py::steal;
 
 namespace {
@@ -117,15 +117,16 @@ Ref make_checked_claim_class(Module& module) {
 Ref make_citation_check_class(Module& module) {
     const auto& names = module.names;
     const Ref dataclass = module.global(names.dataclass);
-    const py::ClassBody body(module, "CitationCheck",
-                             "What the decision model said about a page's cited sentences.\n"
-                             "\n"
-                             "    Attributes:\n"
-                             "        checked: The sentences asked about, with their answers, in page order.\n"
-                             "        skipped: Cited sentences not asked about: over the per-page cap, or whose cited lines\n"
-                             "            could not be read.\n"
-                             "    ",
-                             py::ClassBody::Annotated::yes);
+    const py::ClassBody body(
+        module, "CitationCheck",
+        "What the decision model said about a page's cited sentences.\n"
+        "\n"
+        "    Attributes:\n"
+        "        checked: The sentences asked about, with their answers, in page order.\n"
+        "        skipped: Cited sentences not asked about: over the per-page cap, or whose cited lines\n"
+        "            could not be read.\n"
+        "    ",
+        py::ClassBody::Annotated::yes);
     PyObject* const list = reinterpret_cast<PyObject*>(&PyList_Type);
     body.assign("checked", py::call_with(module.global(names.field), module.keywords_default_factory, list));
     body.annotate("checked", "list[CheckedClaim]");

@@ -5,12 +5,12 @@
 
 namespace citation_check {
 
-using py::Borrowed;
-using py::Module;
-using py::Ref;
 using py::attr;
+using py::Borrowed;
 using py::call;
 using py::call_method;
+using py::Module;
+using py::Ref;
 using py::steal;
 
 namespace {
@@ -43,8 +43,7 @@ Ref findings_without_checker(Module& module, Borrowed client) {
     return py::list_of(skipped_finding(module));
 }
 
-Ref citation_lint_findings(Module& module, Borrowed client, Borrowed texts, Borrowed repo_root,
-                           Borrowed should_stop) {
+Ref citation_lint_findings(Module& module, Borrowed client, Borrowed texts, Borrowed repo_root, Borrowed should_stop) {
     const auto& names = module.names;
     const Ref enabled = attr(module.global(names.CitationChecker), names.enabled);
     const Ref checker = call(enabled, client, repo_root, should_stop);
@@ -86,8 +85,7 @@ Ref new_checker(Module& module, Borrowed self) {
 Ref citation_check(Module& module, Borrowed self, Borrowed markdown) {
     const auto& names = module.names;
     Ref checker = attr(self, names.citation_checker);
-    const bool current =
-        !checker.is_none() && attr(checker, names.client).is(attr(self, names.decision_client));
+    const bool current = !checker.is_none() && attr(checker, names.client).is(attr(self, names.decision_client));
     if (!current) checker = new_checker(module, self);
     if (checker.is_none()) return py::none();
     return call_method(checker, names.check, markdown);
@@ -118,11 +116,10 @@ const py::FunctionRow citation_lint_findings_row = {
 };
 
 Ref make_citation_check_mixin_class(Module& module) {
-    const py::ClassBody body(
-        module, "CitationCheckMixin",
-        "The citation check of a generator's pages, mixed into ``VerifyMixin``: one checker per\n"
-        "    generator, so one batch budget and one first failure per run.",
-        py::ClassBody::Annotated::yes);
+    const py::ClassBody body(module, "CitationCheckMixin",
+                             "The citation check of a generator's pages, mixed into ``VerifyMixin``: one checker per\n"
+                             "    generator, so one batch budget and one first failure per run.",
+                             py::ClassBody::Annotated::yes);
     body.annotate("repo_root", "Path");
     body.annotate("should_stop", "Callable[[], bool]");
     body.assign("decision_client", Py_None);

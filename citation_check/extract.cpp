@@ -4,14 +4,14 @@
 
 namespace citation_check {
 
-using py::Borrowed;
-using py::Module;
-using py::Ref;
 using py::attr;
+using py::Borrowed;
 using py::call;
 using py::call_method;
 using py::compare;
 using py::format;
+using py::Module;
+using py::Ref;
 using py::steal;
 
 namespace {

@@ -4,9 +4,9 @@
 namespace citation_check {
 
 using py::Borrowed;
+using py::call_method;
 using py::Module;
 using py::Ref;
-using py::call_method;
 using py::steal;
 using py::truth;
 

@@ -10,9 +10,9 @@ namespace citation_check {
 
 namespace {
 
+using py::keep;
 using py::Module;
 using py::Ref;
-using py::keep;
 using py::steal;
 
 constexpr const char* module_doc =
@@ -41,9 +41,8 @@ void keep_fixed_objects(Module& module) {
     keep(module.keywords_read_text, py::tuple_of(names.encoding, names.errors));
     keep(module.keywords_should_stop, py::tuple_of(names.should_stop));
     keep(module.one, py::integer(1));
-    keep(module.left_out_starts,
-         py::tuple_of(steal(PyUnicode_FromString("#")), steal(PyUnicode_FromString("|")),
-                      steal(PyUnicode_FromString(">"))));
+    keep(module.left_out_starts, py::tuple_of(steal(PyUnicode_FromString("#")), steal(PyUnicode_FromString("|")),
+                                              steal(PyUnicode_FromString(">"))));
 }
 
 void import_everything(const Module& module) {
@@ -55,8 +54,8 @@ void import_everything(const Module& module) {
     py::import_names(module, "pathlib", {"Path"});
     py::import_names(module, "typing", {"Any"});
     py::import_names(module, "quenlow.engines.decision",
-                     {"CITATION_QUESTION_VERSION", "CitationAnswer", "DecisionClient", "RunBudget",
-                      "citation_answer", "citation_request"});
+                     {"CITATION_QUESTION_VERSION", "CitationAnswer", "DecisionClient", "RunBudget", "citation_answer",
+                      "citation_request"});
     py::import_names(module, "quenlow.engines.decision_text", {"source_consented"});
     py::import_names(module, "quenlow.workers.wiki.repo_facts", {"_norm"});
     py::import_names(module, "quenlow.workers.wiki.types", {"_CITATION_RE", "citation_key"});

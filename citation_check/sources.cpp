@@ -2,12 +2,12 @@
 
 namespace citation_check {
 
-using py::Borrowed;
-using py::Module;
-using py::Ref;
 using py::attr;
+using py::Borrowed;
 using py::call;
 using py::call_method;
+using py::Module;
+using py::Ref;
 using py::steal;
 
 namespace {

@@ -12,7 +12,7 @@ struct Signature {
     Borrowed parameters;  // the tuple of parameter names
     std::size_t positional;
     std::size_t keyword_only;
-    PyObject* defaults;         // a tuple or NULL, of the last positional parameters
+    PyObject* defaults;          // a tuple or NULL, of the last positional parameters
     PyObject* keyword_defaults;  // a dictionary or NULL
 };
 

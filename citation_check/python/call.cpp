@@ -51,8 +51,7 @@ ContextManager::ContextManager(Borrowed manager, Borrowed enter_name, Borrowed e
     }
     exit_ = lookup_special(manager, exit_name);
     if (!exit_) {
-        raise(PyExc_TypeError,
-              "'%.200s' object does not support the context manager protocol (missed __exit__ method)",
+        raise(PyExc_TypeError, "'%.200s' object does not support the context manager protocol (missed __exit__ method)",
               manager.type()->tp_name);
     }
 }

@@ -11,11 +11,11 @@ Ref make_code(Module& module, const FunctionRow& row) {
     const Ref names = parameter_names(row);
     const Ref file = take(PyModule_GetFilenameObject(module.self));
     if (!file) PyErr_Clear();  // a host may have taken `__file__` away
-    const Ref changes = steal(Py_BuildValue(
-        "{s:n,s:n,s:n,s:i,s:O,s:s,s:O}", "co_argcount", count - keyword_only, "co_kwonlyargcount", keyword_only,
-        "co_nlocals", count, "co_flags", CO_OPTIMIZED | CO_NEWLOCALS | CO_FUTURE_ANNOTATIONS | row.code_flags,
-        "co_varnames", names.get(), "co_qualname", row.qualname, "co_filename",
-        file ? file.get() : module.names.empty));
+    const Ref changes = steal(Py_BuildValue("{s:n,s:n,s:n,s:i,s:O,s:s,s:O}", "co_argcount", count - keyword_only,
+                                            "co_kwonlyargcount", keyword_only, "co_nlocals", count, "co_flags",
+                                            CO_OPTIMIZED | CO_NEWLOCALS | CO_FUTURE_ANNOTATIONS | row.code_flags,
+                                            "co_varnames", names.get(), "co_qualname", row.qualname, "co_filename",
+                                            file ? file.get() : module.names.empty));
     const Ref replace = attr(empty, module.names.replace);
     return steal(PyObject_VectorcallDict(replace.get(), nullptr, 0, changes.get()));
 }

@@ -29,8 +29,7 @@ enum Field : std::size_t {
 };
 
 struct FunctionObject {
-    PyObject_HEAD
-    vectorcallfunc vectorcall;
+    PyObject_HEAD vectorcallfunc vectorcall;
     const FunctionRow* row;
     Module* module;  // kept alive by fields[module_object]
     PyObject* dict;
@@ -57,11 +56,11 @@ Ref run(FunctionObject& function, PyObject* const* arguments, std::size_t count,
         return row.body(*function.module, {arguments, cells});
     }
     // What the binding uses may be replaced by the code that it runs.
-    const Ref held = steal(PyTuple_Pack(2, function.fields[qualname],
-                                        function.fields[defaults] ? function.fields[defaults] : Py_None));
-    const Signature signature{PyTuple_GET_ITEM(held.get(), 0),   function.fields[parameters],
-                              positional_count(row),             row.parameters.size() - positional_count(row),
-                              function.fields[defaults],         function.fields[keyword_defaults]};
+    const Ref held = steal(
+        PyTuple_Pack(2, function.fields[qualname], function.fields[defaults] ? function.fields[defaults] : Py_None));
+    const Signature signature{PyTuple_GET_ITEM(held.get(), 0), function.fields[parameters],
+                              positional_count(row),           row.parameters.size() - positional_count(row),
+                              function.fields[defaults],       function.fields[keyword_defaults]};
     const BoundArguments bound(signature, arguments, count, keywords);
     return row.body(*function.module, {bound.values(), cells});
 }
@@ -182,7 +181,9 @@ PyGetSetDef attributes[] = {
 };
 
 // Pickled and copied by its qualified name, as every function is.
-PyObject* reduce(PyObject* self, PyObject* /*unused*/) noexcept { return Py_NewRef(as_function(self).fields[qualname]); }
+PyObject* reduce(PyObject* self, PyObject* /*unused*/) noexcept {
+    return Py_NewRef(as_function(self).fields[qualname]);
+}
 
 PyMethodDef methods[] = {
     {"__reduce__", reduce, METH_NOARGS, nullptr},

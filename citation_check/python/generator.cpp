@@ -14,8 +14,7 @@ namespace {
 enum class State { created, running, suspended, finished };
 
 struct GeneratorObject {
-    PyObject_HEAD
-    PyObject* module;  // keeps the state alive that `steps` and `row` are used with
+    PyObject_HEAD PyObject* module;  // keeps the state alive that `steps` and `row` are used with
     const FunctionRow* row;
     PyObject* name;
     PyObject* qualname;
@@ -168,8 +167,8 @@ PyObject* get_frame(PyObject* self, void* /*unused*/) noexcept {
         if (generator.state == State::finished) return none();
         Module& module = Module::of(generator.module);
         const Ref code = make_code(module, *generator.row);
-        PyFrameObject* const frame = PyFrame_New(
-            PyThreadState_Get(), reinterpret_cast<PyCodeObject*>(code.get()), module.globals, nullptr);
+        PyFrameObject* const frame =
+            PyFrame_New(PyThreadState_Get(), reinterpret_cast<PyCodeObject*>(code.get()), module.globals, nullptr);
         return steal(reinterpret_cast<PyObject*>(frame));
     });
 }
@@ -222,12 +221,9 @@ PyMemberDef members[] = {
 };
 
 PyGetSetDef attributes[] = {
-    {"gi_running", get_running, nullptr, nullptr, nullptr},
-    {"gi_suspended", get_suspended, nullptr, nullptr, nullptr},
-    {"gi_yieldfrom", get_none, nullptr, nullptr, nullptr},
-    {"gi_code", get_code, nullptr, nullptr, nullptr},
-    {"gi_frame", get_frame, nullptr, nullptr, nullptr},
-    {"__class__", get_class, nullptr, nullptr, nullptr},
+    {"gi_running", get_running, nullptr, nullptr, nullptr}, {"gi_suspended", get_suspended, nullptr, nullptr, nullptr},
+    {"gi_yieldfrom", get_none, nullptr, nullptr, nullptr},  {"gi_code", get_code, nullptr, nullptr, nullptr},
+    {"gi_frame", get_frame, nullptr, nullptr, nullptr},     {"__class__", get_class, nullptr, nullptr, nullptr},
     {nullptr, nullptr, nullptr, nullptr, nullptr},
 };
 

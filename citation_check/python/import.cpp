@@ -34,9 +34,10 @@ bool is_initialising(const Module& module, Borrowed imported) {
     if (!path) {
         message = steal(PyUnicode_FromFormat("cannot import name %R from %R (unknown location)", name, shown));
     } else if (is_initialising(module, imported)) {
-        message = steal(PyUnicode_FromFormat("cannot import name %R from partially initialized module %R "
-                                             "(most likely due to a circular import) (%S)",
-                                             name, shown, path.get()));
+        message =
+            steal(PyUnicode_FromFormat("cannot import name %R from partially initialized module %R "
+                                       "(most likely due to a circular import) (%S)",
+                                       name, shown, path.get()));
     } else {
         message = steal(PyUnicode_FromFormat("cannot import name %R from %R (%S)", name, shown, path.get()));
     }

@@ -4,22 +4,22 @@
 #include "object.h"
 
 // Every object that the module keeps for itself: one line each, and its visit, its clearing and its release follow.
-#define CITATION_CHECK_KEPT(X)                                                     \
-    X(builtins)                                                                    \
-    X(function_type)                                                               \
-    X(generator_type)                                                              \
-    /* the keyword names of calls, as vectorcall wants them */                     \
-    X(keywords_checked_skipped)                                                    \
-    X(keywords_decide)                                                             \
-    X(keywords_default_factory)                                                    \
-    X(keywords_exc_info)                                                           \
-    X(keywords_frozen)                                                             \
-    X(keywords_max_questions_budget)                                               \
-    X(keywords_pool)                                                               \
-    X(keywords_read_text)                                                          \
-    X(keywords_should_stop)                                                        \
-    /* fixed values */                                                             \
-    X(one)                                                                         \
+#define CITATION_CHECK_KEPT(X) \
+    X(builtins) \
+    X(function_type) \
+    X(generator_type) \
+    /* the keyword names of calls, as vectorcall wants them */ \
+    X(keywords_checked_skipped) \
+    X(keywords_decide) \
+    X(keywords_default_factory) \
+    X(keywords_exc_info) \
+    X(keywords_frozen) \
+    X(keywords_max_questions_budget) \
+    X(keywords_pool) \
+    X(keywords_read_text) \
+    X(keywords_should_stop) \
+    /* fixed values */ \
+    X(one) \
     X(left_out_starts)
 
 namespace py {
