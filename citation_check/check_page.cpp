@@ -1,5 +1,6 @@
 #include "check.h"
 #include "host.h"
+#include "python/text.h"
 
 namespace citation_check {
 
@@ -63,10 +64,12 @@ Selection select(Module& module, Borrowed markdown, Borrowed repo_root, Borrowed
         const Ref so_far = py::integer(PyList_GET_SIZE(selection.asked.get()));
         const bool within_cap = py::compare(so_far, max_questions, Py_LT);
         const Ref passage = within_cap ? call_method(sources, names.passage, claim) : py::borrow(names.empty);
-        if (py::truth(call_method(passage, names.strip))) {
-            py::append(selection.asked, py::tuple_of(claim, passage));
-        } else {
+        const bool blank =
+            py::text::is_exact(passage) ? py::text::is_blank(passage) : !py::truth(call_method(passage, names.strip));
+        if (blank) {
             ++selection.skipped;
+        } else {
+            py::append(selection.asked, py::tuple_of(claim, passage));
         }
     }
     return selection;

@@ -1,5 +1,10 @@
 #include "extract.h"
 
+#include <optional>
+
+#include "claim_list.h"
+#include "extract_scan.h"
+#include "genuine.h"
 #include "host.h"
 
 namespace citation_check {
@@ -40,7 +45,9 @@ constexpr py::FunctionRow ref_row = {
 Ref claim_text(Module& module, Borrowed sentence) {
     const auto& names = module.names;
     Ref text = host::without_citations(module, sentence);
-    text = call_method(module.global(names.re), names.sub, names.space_before_mark, names.first_group, text);
+    const Ref re = module.global(names.re);
+    if (genuine::is_re(module, re) && py::text::is_exact(text)) return scan::tidy(text);
+    text = call_method(re, names.sub, names.space_before_mark, names.first_group, text);
     text = call_method(module.global(names.re), names.sub, names.space_run, names.space, text);
     return call_method(text, names.strip);
 }
@@ -49,32 +56,80 @@ constexpr py::Parameter claim_text_parameters[] = {{"sentence", "str"}};
 
 // --- cited_claims --------------------------------------------------------------------------------------------------
 
-Ref sentences(Module& module, Borrowed block) {
-    return call_method(module.global(module.names.SENTENCE_END_RE), module.names.split, block);
-}
+// The blocks of a page: straight from the scan while `_prose_blocks` is the module's own, else whatever it gives.
+class Blocks {
+  public:
+    Blocks(Module& module, Borrowed markdown) {
+        const Ref prose_blocks = module.global(module.names.prose_blocks);
+        if (genuine::is_prose_blocks(module, prose_blocks)) {
+            scan_.emplace(module, markdown);
+        } else {
+            given_.emplace(call(prose_blocks, markdown));
+        }
+    }
 
-void add_claims(Module& module, Borrowed sentence, Borrowed out) {
+    Ref next() { return scan_ ? py::advance(*scan_) : given_->next(); }
+
+  private:
+    std::optional<ProseBlocks> scan_;
+    std::optional<py::Iteration> given_;
+};
+
+// The sentences of a block: cut here while `_SENTENCE_END_RE` is the module's own, else whatever its `split` gives.
+class Sentences {
+  public:
+    Sentences(Module& module, Borrowed block) {
+        const Ref sentence_end = module.global(module.names.SENTENCE_END_RE);
+        if (genuine::is_sentence_end(module, sentence_end) && py::text::is_exact(block)) {
+            block_ = py::borrow(block);
+        } else {
+            given_.emplace(call_method(sentence_end, module.names.split, block));
+        }
+    }
+
+    Ref next() { return given_ ? given_->next() : cut(); }
+
+  private:
+    Ref cut() {
+        if (!block_) return {};
+        const auto size = static_cast<std::size_t>(PyUnicode_GET_LENGTH(block_.get()));
+        const scan::Gap gap = scan::sentence_gap(block_, from_);
+        Ref sentence = py::text::slice(block_, from_, gap.begin);
+        from_ = gap.end;
+        if (gap.begin == size) block_ = Ref();
+        return sentence;
+    }
+
+    Ref block_;  // empty once the last sentence is cut
+    std::size_t from_ = 0;
+    std::optional<py::Iteration> given_;
+};
+
+void add_claims(Module& module, Borrowed sentence, ClaimList& out) {
     const auto& names = module.names;
     const Ref matches = host::citations(module, sentence);
     const Py_ssize_t count = PyList_GET_SIZE(matches.get());
-    const Ref claim = count == 0 ? py::borrow(names.empty) : call(module.global(names.claim_text), sentence);
+    Ref claim = py::borrow(names.empty);
+    if (count != 0) {
+        const Ref text = module.global(names.claim_text);
+        claim = genuine::is_claim_text(module, text) ? claim_text(module, sentence) : call(text, sentence);
+    }
     if (compare(py::integer(py::length(claim)), module.global(names.CLAIM_MIN_CHARS), Py_LT)) return;
     for (Py_ssize_t index = 0; index < count; ++index) {
         const auto [path, start, end] = host::citation_key(module, PyList_GET_ITEM(matches.get(), index));
         const Ref cited_claim = module.global(names.CitedClaim);
-        const Ref record = call(cited_claim, claim, host::normal_path(module, path), start, end);
-        if (compare(start, module.one, Py_GE) && !py::contains(out, record)) py::append(out, record);
+        out.add(cited_claim, claim, host::normal_path(module, path), start, end);
     }
 }
 
 Ref cited_claims(Module& module, Borrowed markdown) {
-    Ref out = py::new_list();
-    py::Iteration blocks(call(module.global(module.names.prose_blocks), markdown));
+    ClaimList out(module);
+    Blocks blocks(module, markdown);
     while (const Ref block = blocks.next()) {
-        py::Iteration parts(sentences(module, block));
-        while (const Ref sentence = parts.next()) add_claims(module, sentence, out);
+        Sentences sentences(module, block);
+        while (const Ref sentence = sentences.next()) add_claims(module, sentence, out);
     }
-    return out;
+    return out.release();
 }
 
 constexpr py::Parameter cited_claims_parameters[] = {{"markdown", "str"}};

@@ -6,6 +6,10 @@
 // Claim extraction: the prose blocks of a page, and the cited claims in them.
 namespace citation_check {
 
+// `_SENTENCE_END_RE` and `_LIST_MARK_RE`
+constexpr const char* sentence_end_pattern = R"((?<=[.!?\]])\s+(?=[A-Z`*_]))";
+constexpr const char* list_mark_pattern = R"(^(?:[-*+]|\d+[.)])\s+)";
+
 // Cuts a page's Markdown into its paragraphs and list items, a line of text each.
 class ProseBlocks final : public py::Steps {
   public:
@@ -16,16 +20,18 @@ class ProseBlocks final : public py::Steps {
 
   private:
     py::Ref next_line();
+    py::Ref cut_line();
     bool is_prose(py::Borrowed line, py::Borrowed stripped);
     bool begins_item(py::Borrowed stripped) const;
     void gather(py::Borrowed stripped) const;
     py::Ref complete_block();
 
     py::Module& module_;
-    py::Ref markdown_;   // until the first line is asked for
-    py::Ref lines_;      // the iterator over the lines, from then on
-    py::Ref block_;      // the list of the block's lines
-    py::Ref left_over_;  // the line that completed the last block and belongs to the next
+    py::Ref markdown_;     // an exact str to its end; anything else until the first line is asked for
+    Py_ssize_t line_ = 0;  // where the next line of an exact str begins; behind its end when there is none
+    py::Ref lines_;        // the iterator over the lines of anything else
+    py::Ref block_;        // the list of the block's lines
+    py::Ref left_over_;    // the line that completed the last block and belongs to the next
     bool in_fence_ = false;
 };
 

@@ -1,4 +1,6 @@
 #include "extract.h"
+#include "extract_scan.h"
+#include "genuine.h"
 #include "host.h"
 
 namespace citation_check {
@@ -9,6 +11,7 @@ using py::Module;
 using py::Ref;
 using py::steal;
 using py::truth;
+namespace text = py::text;
 
 ProseBlocks::ProseBlocks(Module& module, Borrowed markdown)
     : module_(module), markdown_(py::borrow(markdown)), block_(py::new_list()) {}
@@ -16,7 +19,7 @@ ProseBlocks::ProseBlocks(Module& module, Borrowed markdown)
 Ref ProseBlocks::next() {
     if (left_over_) gather(std::exchange(left_over_, Ref()));
     while (Ref line = next_line()) {
-        Ref stripped = call_method(line, module_.names.strip);
+        Ref stripped = text::is_exact(line) ? text::strip(line) : call_method(line, module_.names.strip);
         const bool prose = is_prose(line, stripped);
         Ref complete;
         if (PyList_GET_SIZE(block_.get()) != 0 && (!prose || begins_item(stripped))) complete = complete_block();
@@ -29,7 +32,19 @@ Ref ProseBlocks::next() {
     return PyList_GET_SIZE(block_.get()) != 0 ? complete_block() : Ref();
 }
 
+// The next of what `split("\n")` gives; the list that it would make of an exact str is seen by nobody.
+Ref ProseBlocks::cut_line() {
+    const Py_ssize_t size = PyUnicode_GET_LENGTH(markdown_.get());
+    if (line_ > size) return {};
+    const Py_ssize_t feed = PyUnicode_FindChar(markdown_.get(), '\n', line_, size, 1);
+    const Py_ssize_t end = feed < 0 ? size : feed;
+    Ref line = steal(PyUnicode_Substring(markdown_.get(), line_, end));
+    line_ = end + 1;
+    return line;
+}
+
 Ref ProseBlocks::next_line() {
+    if (markdown_ && text::is_exact(markdown_)) return cut_line();
     if (!lines_) {
         const Ref lines = call_method(markdown_, module_.names.split, module_.names.line_feed);
         lines_ = steal(PyObject_GetIter(lines.get()));
@@ -44,16 +59,27 @@ bool ProseBlocks::is_prose(Borrowed line, Borrowed stripped) {
     const bool fence = host::is_fence(module_, line);
     if (fence) in_fence_ = !in_fence_;
     if (fence || in_fence_ || !truth(stripped)) return false;
+    if (text::is_exact(stripped)) return !scan::is_left_out(stripped);
     return !truth(call_method(stripped, module_.names.startswith, module_.left_out_starts));
 }
 
 bool ProseBlocks::begins_item(Borrowed stripped) const {
-    return truth(call_method(module_.global(module_.names.LIST_MARK_RE), module_.names.match, stripped));
+    const Ref list_mark = module_.global(module_.names.LIST_MARK_RE);
+    if (genuine::is_list_mark(module_, list_mark) && text::is_exact(stripped)) {
+        return scan::list_mark_end(stripped) != 0;
+    }
+    return truth(call_method(list_mark, module_.names.match, stripped));
 }
 
 void ProseBlocks::gather(Borrowed stripped) const {
     const auto& names = module_.names;
-    py::append(block_, call_method(module_.global(names.LIST_MARK_RE), names.sub, names.empty, stripped));
+    const Ref list_mark = module_.global(names.LIST_MARK_RE);
+    if (genuine::is_list_mark(module_, list_mark) && text::is_exact(stripped)) {
+        const auto size = static_cast<std::size_t>(PyUnicode_GET_LENGTH(stripped.get()));
+        py::append(block_, text::slice(stripped, scan::list_mark_end(stripped), size));
+    } else {
+        py::append(block_, call_method(list_mark, names.sub, names.empty, stripped));
+    }
 }
 
 Ref ProseBlocks::complete_block() {

@@ -1,6 +1,7 @@
 #include "check.h"
 #include "entry.h"
 #include "extract.h"
+#include "genuine.h"
 #include "python/class.h"
 #include "python/generator.h"
 #include "python/import.h"
@@ -22,9 +23,6 @@ constexpr const char* module_doc =
     "support is a warning at ``save_page`` and a finding in ``wiki lint``. The first failure of the check\n"
     "ends it and is a finding of its own. Off by default; every question is bounded and cached.\n";
 
-constexpr const char* sentence_end_pattern = R"((?<=[.!?\]])\s+(?=[A-Z`*_]))";
-constexpr const char* list_mark_pattern = R"(^(?:[-*+]|\d+[.)])\s+)";
-
 // What the bodies need besides the namespace: made first, so that everything made later can be called.
 void keep_fixed_objects(Module& module) {
     const auto& names = module.names;
@@ -40,6 +38,7 @@ void keep_fixed_objects(Module& module) {
     keep(module.keywords_pool, py::tuple_of(names.max_workers, names.thread_name_prefix));
     keep(module.keywords_read_text, py::tuple_of(names.encoding, names.errors));
     keep(module.keywords_should_stop, py::tuple_of(names.should_stop));
+    keep(module.no_arguments, steal(PyTuple_New(0)));
     keep(module.one, py::integer(1));
     keep(module.left_out_starts, py::tuple_of(steal(PyUnicode_FromString("#")), steal(PyUnicode_FromString("|")),
                                               steal(PyUnicode_FromString(">"))));
@@ -103,6 +102,7 @@ void run_import_sequence(Module& module) {
     module.bind(names.CitationChecker, make_citation_checker_class(module));
     module.bind(names.CitationCheckMixin, make_citation_check_mixin_class(module));
     bind_function(module, citation_lint_findings_row);
+    genuine::remember(module);
 }
 
 int execute(PyObject* self) noexcept {

@@ -1,5 +1,9 @@
 #include "sources.h"
 
+#include <optional>
+
+#include "python/text.h"
+
 namespace citation_check {
 
 using py::attr;
@@ -14,8 +18,28 @@ namespace {
 
 // --- cited_lines ---------------------------------------------------------------------------------------------------
 
+// The value of an exact integer that is not negative and fits.
+std::optional<std::size_t> plain_count(Borrowed object) {
+    if (!PyLong_CheckExact(object.get())) return {};
+    const Py_ssize_t value = PyLong_AsSsize_t(object.get());
+    if (value >= 0) return static_cast<std::size_t>(value);
+    PyErr_Clear();
+    return {};
+}
+
+// The lines without cutting the rest of the text: for plain values, of which nobody can tell; empty for others.
+Ref cut_plainly(Module& module, Borrowed text, Borrowed start, Borrowed end) {
+    if (!py::text::is_exact(text)) return {};
+    const auto first = plain_count(start);
+    const auto stop = plain_count(end);
+    if (!first || *first == 0 || !stop) return {};
+    const auto limit = plain_count(module.global(module.names.PASSAGE_CHARS));
+    return limit ? py::text::cut_lines(text, *first - 1, *stop, *limit) : Ref();
+}
+
 Ref cited_lines(Module& module, Borrowed text, Borrowed start, Borrowed end) {
     const auto& names = module.names;
+    if (Ref cut = cut_plainly(module, text, start, end)) return cut;
     const Ref lines = call_method(text, names.splitlines);
     const Ref first = steal(PyNumber_Subtract(start.get(), module.one));
     const Ref range = steal(PySlice_New(first.get(), end.get(), nullptr));

@@ -42,6 +42,14 @@ void convert_stop_iteration() {
     }
 }
 
+// The error that is set is put aside while the steps are dropped, which may run Python code.
+void finish_with_error(GeneratorObject& generator) {
+    PyObject *type = nullptr, *value = nullptr, *traceback = nullptr;
+    PyErr_Fetch(&type, &value, &traceback);
+    finish(generator);
+    PyErr_Restore(type, value, traceback);
+}
+
 Ref resume(GeneratorObject& generator) {
     refuse_when_running(generator);
     if (generator.state == State::finished) return {};
@@ -56,11 +64,7 @@ Ref resume(GeneratorObject& generator) {
         return value;
     } catch (...) {
         set_error_from_exception();
-        // The error is put aside while the steps are dropped, which may run Python code.
-        PyObject *type = nullptr, *value = nullptr, *traceback = nullptr;
-        PyErr_Fetch(&type, &value, &traceback);
-        finish(generator);
-        PyErr_Restore(type, value, traceback);
+        finish_with_error(generator);
         throw Error{};
     }
 }
@@ -135,12 +139,11 @@ PyObject* throw_into(PyObject* self, PyObject* const* arguments, Py_ssize_t coun
         if (count < 1) raise(PyExc_TypeError, "throw expected at least 1 argument, got %zd", count);
         if (count > 3) raise(PyExc_TypeError, "throw expected at most 3 arguments, got %zd", count);
         GeneratorObject& generator = as_generator(self);
+        set_thrown_error(arguments[0], count > 1 ? arguments[1] : nullptr, count > 2 ? arguments[2] : nullptr);
         refuse_when_running(generator);
         // Nothing in the steps catches anything, so what is thrown in comes out at once.
-        const bool had_frame = generator.state != State::finished;
-        finish(generator);
-        set_thrown_error(arguments[0], count > 1 ? arguments[1] : nullptr, count > 2 ? arguments[2] : nullptr);
-        if (had_frame) convert_stop_iteration();
+        if (generator.state != State::finished) convert_stop_iteration();
+        finish_with_error(generator);
         throw Error{};
     });
 }

@@ -44,12 +44,22 @@ int Module::visit(visitproc visit, void* argument) {
 #define CITATION_CHECK_VISIT(field) Py_VISIT(field);
     CITATION_CHECK_KEPT(CITATION_CHECK_VISIT)
 #undef CITATION_CHECK_VISIT
+#define CITATION_CHECK_VISIT(guard) \
+    Py_VISIT(guard.type); \
+    Py_VISIT(guard.snapshot);
+    CITATION_CHECK_GUARDS(CITATION_CHECK_VISIT)
+#undef CITATION_CHECK_VISIT
     return 0;
 }
 
 void Module::clear() {
 #define CITATION_CHECK_CLEAR(field) Py_CLEAR(field);
     CITATION_CHECK_KEPT(CITATION_CHECK_CLEAR)
+#undef CITATION_CHECK_CLEAR
+#define CITATION_CHECK_CLEAR(guard) \
+    Py_CLEAR(guard.type); \
+    Py_CLEAR(guard.snapshot);
+    CITATION_CHECK_GUARDS(CITATION_CHECK_CLEAR)
 #undef CITATION_CHECK_CLEAR
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "class_guard.h"
 #include "names.h"
 #include "object.h"
 
@@ -19,8 +20,19 @@
     X(keywords_read_text) \
     X(keywords_should_stop) \
     /* fixed values */ \
+    X(no_arguments) \
     X(one) \
-    X(left_out_starts)
+    X(left_out_starts) \
+    /* what fast roads stand in for, as the import found it */ \
+    X(list_mark) \
+    X(sentence_end) \
+    X(prose_blocks) \
+    X(claim_text) \
+    X(re_module) \
+    X(re_sub)
+
+// The classes whose every change is noticed.
+#define CITATION_CHECK_GUARDS(X) X(claim_guard) X(path_guard)
 
 namespace py {
 
@@ -31,6 +43,9 @@ struct Module {
     Names names;
 #define CITATION_CHECK_FIELD(field) PyObject* field;
     CITATION_CHECK_KEPT(CITATION_CHECK_FIELD)
+#undef CITATION_CHECK_FIELD
+#define CITATION_CHECK_FIELD(field) ClassGuard field;
+    CITATION_CHECK_GUARDS(CITATION_CHECK_FIELD)
 #undef CITATION_CHECK_FIELD
 
     // The value that a module-level name has now: the namespace's, else the interpreter's builtin. NameError with

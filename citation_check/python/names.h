@@ -11,14 +11,18 @@
     X(doc_dunder, "__doc__") \
     X(enter_dunder, "__enter__") \
     X(exit_dunder, "__exit__") \
+    X(fspath_dunder, "__fspath__") \
     X(import_dunder, "__import__") \
     X(initializing, "_initializing") \
     X(module_dunder, "__module__") \
     X(name, "name") \
     X(name_dunder, "__name__") \
+    X(new_dunder, "__new__") \
     X(qualname_dunder, "__qualname__") \
     X(return_, "return") \
     X(spec_dunder, "__spec__") \
+    X(str_dunder, "__str__") \
+    X(truediv_dunder, "__truediv__") \
     /* names in the module's namespace */ \
     X(CITATION_QUESTION_VERSION, "CITATION_QUESTION_VERSION") \
     X(CITATION_RE, "_CITATION_RE") \
@@ -35,6 +39,7 @@
     X(LIST_MARK_RE, "_LIST_MARK_RE") \
     X(PASSAGE_CHARS, "_PASSAGE_CHARS") \
     X(SENTENCE_END_RE, "_SENTENCE_END_RE") \
+    X(Path, "Path") \
     X(ThreadPoolExecutor, "ThreadPoolExecutor") \
     X(VERDICT_FINDINGS, "_VERDICT_FINDINGS") \
     X(check_citations, "check_citations") \
@@ -93,9 +98,11 @@
     X(max_questions, "max_questions") \
     X(max_workers, "max_workers") \
     X(new_budget, "new_budget") \
+    X(open, "open") \
     X(pages, "pages") \
     X(passage, "passage") \
     X(path, "path") \
+    X(pattern, "pattern") \
     X(question_version, "question_version") \
     X(read, "_read") \
     X(read_text, "read_text") \

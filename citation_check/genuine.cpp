@@ -1,0 +1,102 @@
+#include "genuine.h"
+
+#include <cstring>
+
+#include "extract.h"
+#include "python/call.h"
+
+namespace citation_check::genuine {
+
+using py::attr;
+using py::Borrowed;
+using py::keep;
+using py::Module;
+using py::Ref;
+
+namespace {
+
+// A pattern that `re` itself compiled from this text: a host may have put a compiler of its own in its place.
+bool is_compiled_pattern(const Module& module, Borrowed object, const char* text) {
+    if (std::strcmp(object.type()->tp_name, "re.Pattern") != 0) return false;
+    const Ref pattern = attr(object, module.names.pattern);
+    return PyUnicode_Check(pattern.get()) && PyUnicode_CompareWithASCIIString(pattern.get(), text) == 0;
+}
+
+// A function that was written in that module.
+bool is_function_of(Borrowed object, Borrowed module) {
+    return PyFunction_Check(object.get()) && PyModule_Check(module.get()) &&
+           PyFunction_GET_GLOBALS(object.get()) == PyModule_GetDict(module.get());
+}
+
+bool is_function_of(Borrowed object, const char* module_name) {
+    const Ref name = py::steal(PyUnicode_FromString(module_name));
+    const Ref module = py::take(PyImport_GetModule(name.get()));
+    if (!module) PyErr_Clear();
+    return module && is_function_of(object, module);
+}
+
+void remember_re(Module& module) {
+    const Ref re = module.global(module.names.re);
+    if (!PyModule_CheckExact(re.get())) return;
+    const Ref sub = attr(re, module.names.sub);
+    if (!is_function_of(sub, re)) return;
+    keep(module.re_module, py::borrow(re));
+    keep(module.re_sub, py::borrow(sub));
+}
+
+void remember_cited_claim(Module& module) {
+    const Ref type = module.global(module.names.CitedClaim);
+    if (!is_function_of(module.global(module.names.dataclass), "dataclasses")) return;
+    module.claim_guard.remember(type);
+}
+
+void remember_path(Module& module) {
+    const auto& names = module.names;
+    const Ref type = module.global(names.Path);
+    if (!PyType_CheckExact(type.get())) return;
+    for (PyObject* method : {names.resolve, names.is_relative_to, names.read_text, names.open, names.truediv_dunder,
+                             names.str_dunder, names.fspath_dunder, names.new_dunder}) {
+        if (!is_function_of(attr(type, method), "pathlib")) return;
+    }
+    // `Path()` makes an object of the class for this system, and that class is the one to watch.
+    module.path_guard.remember(reinterpret_cast<PyObject*>(Py_TYPE(py::call(type).get())));
+}
+
+}  // namespace
+
+void remember(Module& module) {
+    const auto& names = module.names;
+    const Ref list_mark = module.global(names.LIST_MARK_RE);
+    const Ref sentence_end = module.global(names.SENTENCE_END_RE);
+    if (is_compiled_pattern(module, list_mark, list_mark_pattern)) keep(module.list_mark, py::borrow(list_mark));
+    if (is_compiled_pattern(module, sentence_end, sentence_end_pattern)) {
+        keep(module.sentence_end, py::borrow(sentence_end));
+    }
+    keep(module.prose_blocks, module.global(names.prose_blocks));
+    keep(module.claim_text, module.global(names.claim_text));
+    remember_re(module);
+    remember_cited_claim(module);
+    remember_path(module);
+}
+
+bool is_list_mark(const Module& module, Borrowed pattern) { return pattern.is(module.list_mark); }
+
+bool is_sentence_end(const Module& module, Borrowed pattern) { return pattern.is(module.sentence_end); }
+
+bool is_prose_blocks(const Module& module, Borrowed function) { return function.is(module.prose_blocks); }
+
+bool is_claim_text(const Module& module, Borrowed function) { return function.is(module.claim_text); }
+
+bool is_re(const Module& module, Borrowed re) {
+    if (!re.is(module.re_module) || !PyModule_CheckExact(re.get())) return false;
+    PyObject* const sub = PyDict_GetItem(PyModule_GetDict(re.get()), module.names.sub);
+    return sub != nullptr && sub == module.re_sub;
+}
+
+bool is_cited_claim(Module& module, Borrowed type) { return module.claim_guard.is_unchanged(type); }
+
+bool is_plain_path(Module& module, Borrowed path) {
+    return module.path_guard.is_unchanged(reinterpret_cast<PyObject*>(path.type()));
+}
+
+}  // namespace citation_check::genuine

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <cstddef>
+#include <span>
+
+#include "object.h"
+
+// The work on text that the interpreter's own methods do, for exact `str` objects. No Python code runs here.
+namespace py::text {
+
+inline bool is_exact(Borrowed object) { return PyUnicode_CheckExact(object.get()); }
+
+// `str.isspace()` of one character, which is also what `\s` matches.
+inline bool is_space(Py_UCS4 character) { return Py_UNICODE_ISSPACE(character) != 0; }
+
+// Calls `visitor` with the characters of `text` as a span of the width in which they are stored.
+template <class Visitor>
+decltype(auto) visit(Borrowed text, Visitor visitor) {
+    check(PyUnicode_READY(text.get()));
+    const auto length = static_cast<std::size_t>(PyUnicode_GET_LENGTH(text.get()));
+    const void* const data = PyUnicode_DATA(text.get());
+    switch (PyUnicode_KIND(text.get())) {
+        case PyUnicode_1BYTE_KIND: return visitor(std::span(static_cast<const Py_UCS1*>(data), length));
+        case PyUnicode_2BYTE_KIND: return visitor(std::span(static_cast<const Py_UCS2*>(data), length));
+        default: return visitor(std::span(static_cast<const Py_UCS4*>(data), length));
+    }
+}
+
+// A new text of these characters, stored as narrow as they allow.
+template <class Character>
+Ref make(std::span<const Character> characters) {
+    return steal(
+        PyUnicode_FromKindAndData(sizeof(Character), characters.data(), static_cast<Py_ssize_t>(characters.size())));
+}
+
+// `text[from:to]` within its bounds; the very object when that is all of it.
+inline Ref slice(Borrowed text, std::size_t from, std::size_t to) {
+    return steal(PyUnicode_Substring(text.get(), static_cast<Py_ssize_t>(from), static_cast<Py_ssize_t>(to)));
+}
+
+// `text.strip()`
+Ref strip(Borrowed text);
+
+// Whether `text.strip()` is empty.
+bool is_blank(Borrowed text);
+
+// `"\n".join(text.splitlines()[first:stop])[:limit]`, without cutting the rest of the text into lines.
+Ref cut_lines(Borrowed text, std::size_t first, std::size_t stop, std::size_t limit);
+
+}  // namespace py::text
