@@ -3,6 +3,7 @@
 #include <optional>
 
 #include "python/text.h"
+#include "sources_read.h"
 
 namespace citation_check {
 
@@ -87,17 +88,14 @@ constexpr py::FunctionRow passage_row = {
 
 Ref read(Module& module, Borrowed self, Borrowed path) {
     const auto& names = module.names;
-    const Ref joined = steal(PyNumber_TrueDivide(attr(self, names.root).get(), path.get()));
+    const Ref root = attr(self, names.root);
+    if (Ref text = read_natively(module, root, path)) return text;
+    const Ref joined = steal(PyNumber_TrueDivide(root.get(), path.get()));
     const Ref target = call_method(joined, names.resolve);
     const Ref is_relative_to = attr(target, names.is_relative_to);
-    if (!py::truth(call(is_relative_to, attr(self, names.root)))) return py::borrow(names.empty);
-    return py::try_except(
-        PyExc_OSError,
-        [&] {
-            const Ref read_text = attr(target, names.read_text);
-            return py::call_with(read_text, module.keywords_read_text, names.utf_8, names.replace);
-        },
-        [&](const py::Handled&) { return py::borrow(names.empty); });
+    const Ref known_root = attr(self, names.root);
+    if (!py::truth(call(is_relative_to, known_root))) return py::borrow(names.empty);
+    return read_target(module, target, known_root);
 }
 
 constexpr py::Parameter read_parameters[] = {{"self"}, {"path", "str"}};

@@ -1,0 +1,70 @@
+#include "confined.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <utility>
+
+namespace citation_check::confined {
+
+namespace {
+
+template <class Value>
+Outcome<Value> failed() {
+    return {std::nullopt, errno == EINTR ? Failure::interrupted : Failure::unusual};
+}
+
+// The name under which the kernel tells where an open file is, and under which the same file can be opened again.
+std::string link_of(const Descriptor& descriptor) { return "/proc/self/fd/" + std::to_string(descriptor.number()); }
+
+}  // namespace
+
+Descriptor::Descriptor(Descriptor&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
+
+Descriptor::~Descriptor() {
+    if (number_ >= 0) close(number_);
+}
+
+Outcome<Location> locate(const std::string& path) {
+    Descriptor descriptor(open(path.c_str(), O_PATH | O_CLOEXEC));
+    if (descriptor.number() < 0) return failed<Location>();
+    struct stat status {};
+    if (fstat(descriptor.number(), &status) != 0) return failed<Location>();
+    std::array<char, PATH_MAX> target;
+    const ssize_t length = readlink(link_of(descriptor).c_str(), target.data(), target.size());
+    if (length < 0) return failed<Location>();
+    // A path that fills the buffer may have been cut short, and one that is not absolute is nowhere in this tree.
+    if (static_cast<std::size_t>(length) == target.size() || target[0] != '/') return {};
+    std::string own_path(target.data(), static_cast<std::size_t>(length));
+    const bool is_regular = S_ISREG(status.st_mode);
+    return {Location{std::move(descriptor), std::move(own_path), is_regular, static_cast<std::size_t>(status.st_size)}};
+}
+
+bool is_inside(std::string_view path, std::string_view root) {
+    if (root == "/") return true;
+    if (!path.starts_with(root)) return false;
+    return path.size() == root.size() || path[root.size()] == '/';
+}
+
+Outcome<std::string> read_all(const Location& location) {
+    const Descriptor file(open(link_of(location.descriptor).c_str(), O_RDONLY | O_CLOEXEC));
+    if (file.number() < 0) return failed<std::string>();
+    // One byte more than the file has, so that its end shows in the same read that brings its last byte.
+    std::string bytes(location.size + 1, '\0');
+    std::size_t filled = 0;
+    while (true) {
+        const ssize_t count = read(file.number(), bytes.data() + filled, bytes.size() - filled);
+        if (count < 0) return failed<std::string>();
+        if (count == 0) break;
+        filled += static_cast<std::size_t>(count);
+        if (filled == bytes.size()) bytes.resize(2 * bytes.size());
+    }
+    bytes.resize(filled);
+    return {std::move(bytes)};
+}
+
+}  // namespace citation_check::confined
