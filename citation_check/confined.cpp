@@ -59,8 +59,9 @@ Outcome<std::string> read_all(const Location& location) {
     while (true) {
         const ssize_t count = read(file.number(), bytes.data() + filled, bytes.size() - filled);
         if (count < 0) return failed<std::string>();
-        if (count == 0) break;
         filled += static_cast<std::size_t>(count);
+        // A read that leaves room and brings what the file is known to have has met its end.
+        if (count == 0 || (filled == location.size && filled != 0)) break;
         if (filled == bytes.size()) bytes.resize(2 * bytes.size());
     }
     bytes.resize(filled);

@@ -65,6 +65,16 @@ auto try_except(PyObject* kind, Body body, Handler handler) -> decltype(body()) 
     return handler(error);
 }
 
+// One more step of the interpreter's recursion; RecursionError at its limit. Native code that calls native code has
+// no frame that would count it.
+class RecursionDepth {
+  public:
+    RecursionDepth() { check(Py_EnterRecursiveCall(" while calling a Python object") == 0 ? 0 : -1); }
+    RecursionDepth(const RecursionDepth&) = delete;
+    RecursionDepth& operator=(const RecursionDepth&) = delete;
+    ~RecursionDepth() { Py_LeaveRecursiveCall(); }
+};
+
 // Raises `kind` with a message in the format of PyErr_Format.
 template <class... Arguments>
 [[noreturn]] void raise(PyObject* kind, const char* format, Arguments... arguments) {

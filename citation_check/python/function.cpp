@@ -67,13 +67,12 @@ Ref run(FunctionObject& function, PyObject* const* arguments, std::size_t count,
 
 PyObject* call_function(PyObject* self, PyObject* const* arguments, std::size_t flagged_count,
                         PyObject* keywords) noexcept {
-    // Native code that calls native code has no frame that would count the depth.
-    if (Py_EnterRecursiveCall(" while calling a Python object")) return nullptr;
     const Ref alive = borrow(self);
     const auto count = static_cast<std::size_t>(PyVectorcall_NARGS(flagged_count));
-    PyObject* result = guarded([&] { return run(as_function(self), arguments, count, keywords); });
-    Py_LeaveRecursiveCall();
-    return result;
+    return guarded([&] {
+        const RecursionDepth depth;
+        return run(as_function(self), arguments, count, keywords);
+    });
 }
 
 PyObject* bind_method(PyObject* self, PyObject* instance, PyObject* /*owner*/) noexcept {

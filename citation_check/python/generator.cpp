@@ -53,6 +53,7 @@ void finish_with_error(GeneratorObject& generator) {
 Ref resume(GeneratorObject& generator) {
     refuse_when_running(generator);
     if (generator.state == State::finished) return {};
+    const RecursionDepth depth;
     generator.state = State::running;
     try {
         Ref value = advance(*generator.steps);
@@ -71,10 +72,7 @@ Ref resume(GeneratorObject& generator) {
 
 PyObject* next(PyObject* self) noexcept {
     const Ref alive = borrow(self);
-    if (Py_EnterRecursiveCall(" while calling a Python object")) return nullptr;
-    PyObject* result = guarded([self] { return resume(as_generator(self)); });
-    Py_LeaveRecursiveCall();
-    return result;
+    return guarded([self] { return resume(as_generator(self)); });
 }
 
 PyObject* send(PyObject* self, PyObject* value) noexcept {

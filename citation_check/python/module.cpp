@@ -44,11 +44,10 @@ int Module::visit(visitproc visit, void* argument) {
 #define CITATION_CHECK_VISIT(field) Py_VISIT(field);
     CITATION_CHECK_KEPT(CITATION_CHECK_VISIT)
 #undef CITATION_CHECK_VISIT
-#define CITATION_CHECK_VISIT(guard) \
-    Py_VISIT(guard.type); \
-    Py_VISIT(guard.snapshot);
-    CITATION_CHECK_GUARDS(CITATION_CHECK_VISIT)
-#undef CITATION_CHECK_VISIT
+    for (ClassGuard* guard : guards()) {
+        Py_VISIT(guard->type);
+        Py_VISIT(guard->snapshot);
+    }
     return 0;
 }
 
@@ -56,11 +55,10 @@ void Module::clear() {
 #define CITATION_CHECK_CLEAR(field) Py_CLEAR(field);
     CITATION_CHECK_KEPT(CITATION_CHECK_CLEAR)
 #undef CITATION_CHECK_CLEAR
-#define CITATION_CHECK_CLEAR(guard) \
-    Py_CLEAR(guard.type); \
-    Py_CLEAR(guard.snapshot);
-    CITATION_CHECK_GUARDS(CITATION_CHECK_CLEAR)
-#undef CITATION_CHECK_CLEAR
+    for (ClassGuard* guard : guards()) {
+        Py_CLEAR(guard->type);
+        Py_CLEAR(guard->snapshot);
+    }
 }
 
 // Apart from `clear`: strings are in no cycle, and a function may still run between the clearing and its own end.

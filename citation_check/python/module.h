@@ -1,5 +1,7 @@
 #pragma once
 
+#include <array>
+
 #include "class_guard.h"
 #include "names.h"
 #include "object.h"
@@ -31,9 +33,6 @@
     X(re_module) \
     X(re_sub)
 
-// The classes whose every change is noticed.
-#define CITATION_CHECK_GUARDS(X) X(claim_guard) X(path_guard)
-
 namespace py {
 
 // The state of one copy of the module. Lives in the module object's own memory, zeroed before the import sequence runs.
@@ -44,9 +43,9 @@ struct Module {
 #define CITATION_CHECK_FIELD(field) PyObject* field;
     CITATION_CHECK_KEPT(CITATION_CHECK_FIELD)
 #undef CITATION_CHECK_FIELD
-#define CITATION_CHECK_FIELD(field) ClassGuard field;
-    CITATION_CHECK_GUARDS(CITATION_CHECK_FIELD)
-#undef CITATION_CHECK_FIELD
+    // The classes whose every change is noticed.
+    ClassGuard claim_guard;
+    ClassGuard path_guard;
 
     // The value that a module-level name has now: the namespace's, else the interpreter's builtin. NameError with
     // the interpreter's wording when there is neither. Looked up at each use, so a rebound name counts at once.
@@ -63,6 +62,9 @@ struct Module {
     int visit(visitproc visit, void* argument);
     void clear();
     void release_names();
+
+  private:
+    std::array<ClassGuard*, 2> guards() { return {&claim_guard, &path_guard}; }
 };
 
 // Keeps `object` in a field of the module's list above.
