@@ -1,0 +1,1 @@
+"""A small stand-in for the host application of the citation check."""

@@ -1,0 +1,8 @@
+"""The wiki worker. Its `citation_check` is the built extension module, found in the build folder."""
+
+import os
+from pathlib import Path
+
+_BUILD = Path(__file__).resolve().parents[4] / "build"
+
+__path__.append(os.environ.get("CITATION_CHECK_BUILD") or str(_BUILD))
