@@ -29,7 +29,8 @@ enum Field : std::size_t {
 };
 
 struct FunctionObject {
-    PyObject_HEAD vectorcallfunc vectorcall;
+    PyObject_HEAD
+    vectorcallfunc vectorcall;
     const FunctionRow* row;
     Module* module;  // kept alive by fields[module_object]
     PyObject* dict;

@@ -3,7 +3,7 @@
 #include <frameobject.h>
 #include <structmember.h>
 
-#include <new>
+#include <utility>
 
 #include "code.h"
 
@@ -14,12 +14,13 @@ namespace {
 enum class State { created, running, suspended, finished };
 
 struct GeneratorObject {
-    PyObject_HEAD PyObject* module;  // keeps the state alive that `steps` and `row` are used with
+    PyObject_HEAD
+    PyObject* module;  // keeps the state alive that `steps` and `row` are used with
     const FunctionRow* row;
     PyObject* name;
     PyObject* qualname;
     PyObject* weak_references;
-    std::unique_ptr<Steps> steps;  // empty once finished
+    Steps* steps;  // owned; NULL once finished
     State state;
 };
 
@@ -28,7 +29,7 @@ GeneratorObject& as_generator(PyObject* object) { return *reinterpret_cast<Gener
 void finish(GeneratorObject& generator) {
     generator.state = State::finished;
     // Moved out first: dropping the steps may run Python code that looks at the generator again.
-    const std::unique_ptr<Steps> dropped = std::move(generator.steps);
+    const std::unique_ptr<Steps> dropped(std::exchange(generator.steps, nullptr));
 }
 
 void refuse_when_running(const GeneratorObject& generator) {
@@ -199,7 +200,6 @@ void deallocate(PyObject* self) noexcept {
     GeneratorObject& generator = as_generator(self);
     if (generator.weak_references != nullptr) PyObject_ClearWeakRefs(self);
     clear(self);
-    generator.steps.~unique_ptr();
     Py_CLEAR(generator.module);
     Py_CLEAR(generator.name);
     Py_CLEAR(generator.qualname);
@@ -270,7 +270,7 @@ Ref make_generator(Module& module, const FunctionRow& row, std::unique_ptr<Steps
     generator.row = &row;
     generator.name = Py_NewRef(name.get());
     generator.qualname = Py_NewRef(qualname.get());
-    new (&generator.steps) std::unique_ptr<Steps>(std::move(steps));
+    generator.steps = steps.release();
     generator.state = State::created;
     return made;
 }
