@@ -46,7 +46,7 @@ Ref claim_text(Module& module, Borrowed sentence) {
     const auto& names = module.names;
     Ref text = host::without_citations(module, sentence);
     const Ref re = module.global(names.re);
-    if (genuine::is_re(module, re) && py::text::is_exact(text)) return scan::tidy(text);
+    if (genuine::is_re(module, re) && py::text::is_exact(text)) return scan::tidy(text, {});
     text = call_method(re, names.sub, names.space_before_mark, names.first_group, text);
     text = call_method(module.global(names.re), names.sub, names.space_run, names.space, text);
     return call_method(text, names.strip);
@@ -93,7 +93,7 @@ class Sentences {
     Ref cut() {
         if (!block_) return {};
         const auto size = static_cast<std::size_t>(PyUnicode_GET_LENGTH(block_.get()));
-        const scan::Gap gap = scan::sentence_gap(block_, from_);
+        const scan::Span gap = scan::sentence_gap(block_, from_);
         Ref sentence = py::text::slice(block_, from_, gap.begin);
         from_ = gap.end;
         if (gap.begin == size) block_ = Ref();
@@ -105,18 +105,34 @@ class Sentences {
     std::optional<py::Iteration> given_;
 };
 
+// `match.span()`
+scan::Span span_of(const Module& module, Borrowed match) {
+    const auto [begin, end] = py::unpack<2>(call_method(match, module.names.span));
+    return {static_cast<std::size_t>(PyLong_AsSsize_t(begin.get())),
+            static_cast<std::size_t>(PyLong_AsSsize_t(end.get()))};
+}
+
+// `_claim_text(sentence)`. With a standard pattern the citations that were found are those that `sub` would find again.
+Ref claim_of(Module& module, Borrowed sentence, const host::Citations& citations) {
+    const auto& names = module.names;
+    const Ref text = module.global(names.claim_text);
+    if (!genuine::is_claim_text(module, text)) return call(text, sentence);
+    const bool standard = genuine::is_pattern(module, citations.pattern) && py::text::is_exact(sentence) &&
+                          module.global(names.CITATION_RE).is(citations.pattern) &&
+                          genuine::is_re(module, module.global(names.re));
+    if (!standard) return claim_text(module, sentence);
+    std::vector<scan::Span> spans;
+    for (const Ref& match : citations.matches) spans.push_back(span_of(module, match));
+    return scan::tidy(sentence, spans);
+}
+
 void add_claims(Module& module, Borrowed sentence, ClaimList& out) {
     const auto& names = module.names;
-    const Ref matches = host::citations(module, sentence);
-    const Py_ssize_t count = PyList_GET_SIZE(matches.get());
-    Ref claim = py::borrow(names.empty);
-    if (count != 0) {
-        const Ref text = module.global(names.claim_text);
-        claim = genuine::is_claim_text(module, text) ? claim_text(module, sentence) : call(text, sentence);
-    }
+    const host::Citations citations = host::citations(module, sentence);
+    const Ref claim = citations.matches.empty() ? py::borrow(names.empty) : claim_of(module, sentence, citations);
     if (compare(py::integer(py::length(claim)), module.global(names.CLAIM_MIN_CHARS), Py_LT)) return;
-    for (Py_ssize_t index = 0; index < count; ++index) {
-        const auto [path, start, end] = host::citation_key(module, PyList_GET_ITEM(matches.get(), index));
+    for (const Ref& match : citations.matches) {
+        const auto [path, start, end] = host::citation_key(module, match);
         const Ref cited_claim = module.global(names.CitedClaim);
         out.add(cited_claim, claim, host::normal_path(module, path), start, end);
     }

@@ -1,6 +1,8 @@
 #include "extract_scan.h"
 
-#include <vector>
+#include <algorithm>
+#include <array>
+#include <memory>
 
 namespace citation_check::scan {
 
@@ -27,24 +29,67 @@ std::size_t marker_end(Characters characters) {
     return characters[at] == '.' || characters[at] == ')' ? at + 1 : 0;
 }
 
-bool may_end_sentence(Py_UCS4 character) {
-    return character == '.' || character == '!' || character == '?' || character == ']';
-}
+// The characters of a set, for those that are stored in one byte; no other character belongs to it.
+class ByteSet {
+  public:
+    explicit constexpr ByteSet(const char* members) {
+        for (; *members != 0; ++members) table_[static_cast<unsigned char>(*members)] = true;
+    }
+    constexpr bool has(Py_UCS4 character) const { return character < table_.size() && table_[character]; }
+
+  private:
+    std::array<bool, 256> table_{};
+};
+
+constexpr ByteSet sentence_ends(".!?]");
+constexpr ByteSet takes_no_space_before(".,;:!?");
 
 bool may_begin_sentence(Py_UCS4 character) {
     return (character >= 'A' && character <= 'Z') || character == '`' || character == '*' || character == '_';
 }
 
-bool takes_no_space_before(Py_UCS4 character) {
-    switch (character) {
-        case '.':
-        case ',':
-        case ';':
-        case ':':
-        case '!':
-        case '?': return true;
-        default: return false;
+// Room for the characters of one text, on the stack while it is a sentence's.
+template <class Character>
+class Buffer {
+  public:
+    explicit Buffer(std::size_t size) {
+        if (size > near_.size()) far_ = std::make_unique_for_overwrite<Character[]>(size);
     }
+    Character* begin() { return far_ ? far_.get() : near_.data(); }
+
+  private:
+    std::array<Character, 1024> near_;
+    std::unique_ptr<Character[]> far_;
+};
+
+// Copies the characters outside of the spans; the end of the copy.
+template <class Character>
+Character* copy_outside(std::span<const Character> characters, std::span<const Span> spans, Character* out) {
+    std::size_t from = 0;
+    for (const Span& span : spans) {
+        const auto kept = characters.subspan(from, span.begin - from);
+        out = std::copy(kept.begin(), kept.end(), out);
+        from = span.end;
+    }
+    const auto rest = characters.subspan(from);
+    return std::copy(rest.begin(), rest.end(), out);
+}
+
+// Tidies in place; what is kept never overtakes what is read.
+template <class Character>
+Character* tidy_in_place(Character* const begin, Character* const end) {
+    Character* out = begin;
+    for (Character* at = begin; at != end;) {
+        if (!is_space(*at)) {
+            *out++ = *at++;
+            continue;
+        }
+        Character* const run = at;
+        while (at != end && is_space(*at)) ++at;
+        const bool inside = at != end && out != begin;
+        if (inside && !takes_no_space_before.has(*at)) *out++ = at - run == 1 ? *run : Character{' '};
+    }
+    return out;
 }
 
 }  // namespace
@@ -63,11 +108,11 @@ bool is_left_out(Borrowed stripped) {
     return first == '#' || first == '|' || first == '>';
 }
 
-Gap sentence_gap(Borrowed block, std::size_t from) {
-    return py::text::visit(block, [from](auto characters) -> Gap {
+Span sentence_gap(Borrowed block, std::size_t from) {
+    return py::text::visit(block, [from](auto characters) -> Span {
         const std::size_t size = characters.size();
         for (std::size_t at = from; at < size; ++at) {
-            if (!may_end_sentence(characters[at])) continue;
+            if (!sentence_ends.has(characters[at])) continue;
             const std::size_t end = skip_space(characters, at + 1);
             if (end > at + 1 && end < size && may_begin_sentence(characters[end])) return {at + 1, end};
         }
@@ -75,25 +120,13 @@ Gap sentence_gap(Borrowed block, std::size_t from) {
     });
 }
 
-Ref tidy(Borrowed text) {
-    return py::text::visit(text, [](auto characters) {
+Ref tidy(Borrowed text, std::span<const Span> left_out) {
+    return py::text::visit(text, [left_out](auto characters) {
         using Character = typename decltype(characters)::value_type;
-        std::vector<Character> tidied;
-        tidied.reserve(characters.size());
-        std::size_t at = 0;
-        while (at < characters.size()) {
-            const std::size_t end = skip_space(characters, at);
-            if (end == at) {
-                tidied.push_back(characters[at++]);
-                continue;
-            }
-            const bool inside = end < characters.size() && !tidied.empty();
-            if (inside && !takes_no_space_before(characters[end])) {
-                tidied.push_back(end - at == 1 ? characters[at] : Character{' '});
-            }
-            at = end;
-        }
-        return py::text::make(std::span<const Character>(tidied));
+        Buffer<Character> buffer(characters.size());
+        Character* const copied = copy_outside(characters, left_out, buffer.begin());
+        Character* const end = tidy_in_place(buffer.begin(), copied);
+        return py::text::make(std::span<const Character>(buffer.begin(), end));
     });
 }
 

@@ -68,7 +68,10 @@ void remember(Module& module) {
     const auto& names = module.names;
     const Ref list_mark = module.global(names.LIST_MARK_RE);
     const Ref sentence_end = module.global(names.SENTENCE_END_RE);
-    if (is_compiled_pattern(module, list_mark, list_mark_pattern)) keep(module.list_mark, py::borrow(list_mark));
+    if (is_compiled_pattern(module, list_mark, list_mark_pattern)) {
+        keep(module.list_mark, py::borrow(list_mark));
+        keep(module.pattern_type, py::borrow(reinterpret_cast<PyObject*>(Py_TYPE(list_mark.get()))));
+    }
     if (is_compiled_pattern(module, sentence_end, sentence_end_pattern)) {
         keep(module.sentence_end, py::borrow(sentence_end));
     }
@@ -77,6 +80,10 @@ void remember(Module& module) {
     remember_re(module);
     remember_cited_claim(module);
     remember_path(module);
+}
+
+bool is_pattern(const Module& module, Borrowed object) {
+    return reinterpret_cast<PyObject*>(object.type()) == module.pattern_type;
 }
 
 bool is_list_mark(const Module& module, Borrowed pattern) { return pattern.is(module.list_mark); }

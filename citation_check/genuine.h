@@ -9,6 +9,9 @@ namespace citation_check::genuine {
 // Remembers what the namespace holds at the end of the import.
 void remember(py::Module& module);
 
+// A pattern of the standard `re`, whose methods nobody can replace or watch.
+bool is_pattern(const py::Module& module, py::Borrowed object);
+
 // `_LIST_MARK_RE` and `_SENTENCE_END_RE`: the module's own patterns.
 bool is_list_mark(const py::Module& module, py::Borrowed pattern);
 bool is_sentence_end(const py::Module& module, py::Borrowed pattern);

@@ -1,5 +1,8 @@
 #include "host.h"
 
+#include "genuine.h"
+#include "python/text.h"
+
 namespace citation_check::host {
 
 using py::attr;
@@ -14,9 +17,23 @@ bool is_fence(Module& module, Borrowed line) {
     return truth(call_method(module.global(module.names.FENCE_RE), module.names.match, line));
 }
 
-Ref citations(Module& module, Borrowed sentence) {
-    const Ref found = call_method(module.global(module.names.CITATION_RE), module.names.finditer, sentence);
-    return steal(PySequence_List(found.get()));
+Citations citations(Module& module, Borrowed sentence) {
+    const auto& names = module.names;
+    Citations found{module.global(names.CITATION_RE), {}};
+    if (genuine::is_pattern(module, found.pattern) && py::text::is_exact(sentence)) {
+        // What `finditer` wraps in an iterator.
+        const Ref scanner = call_method(found.pattern, names.scanner, sentence);
+        for (Ref match = call_method(scanner, names.search); !match.is_none();) {
+            found.matches.push_back(std::move(match));
+            match = call_method(scanner, names.search);
+        }
+        return found;
+    }
+    const Ref list = steal(PySequence_List(call_method(found.pattern, names.finditer, sentence).get()));
+    for (Py_ssize_t index = 0; index < PyList_GET_SIZE(list.get()); ++index) {
+        found.matches.push_back(py::borrow(PyList_GET_ITEM(list.get(), index)));
+    }
+    return found;
 }
 
 Ref without_citations(Module& module, Borrowed sentence) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <vector>
+
 #include "python/call.h"
 #include "python/module.h"
 
@@ -14,8 +16,12 @@ using py::Ref;
 // Whether a raw line of a page opens or closes a fenced code block.
 bool is_fence(Module& module, Borrowed line);
 
-// The list of all citations of a sentence, as match objects, left to right.
-Ref citations(Module& module, Borrowed sentence);
+// All citations of a sentence, as match objects, left to right.
+struct Citations {
+    Ref pattern;
+    std::vector<Ref> matches;
+};
+Citations citations(Module& module, Borrowed sentence);
 
 // The sentence with every citation removed.
 Ref without_citations(Module& module, Borrowed sentence);

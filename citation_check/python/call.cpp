@@ -17,6 +17,12 @@ Ref iterator_to_unpack(Borrowed iterable) {
 }  // namespace
 
 void unpack_into(Borrowed iterable, Ref* values, std::size_t count) {
+    if (PyTuple_CheckExact(iterable.get()) && PyTuple_GET_SIZE(iterable.get()) == static_cast<Py_ssize_t>(count)) {
+        for (std::size_t index = 0; index < count; ++index) {
+            values[index] = borrow(PyTuple_GET_ITEM(iterable.get(), static_cast<Py_ssize_t>(index)));
+        }
+        return;
+    }
     const Ref iterator = iterator_to_unpack(iterable);
     for (std::size_t index = 0; index < count; ++index) {
         values[index] = take(PyIter_Next(iterator.get()));

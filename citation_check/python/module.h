@@ -26,6 +26,7 @@
     X(one) \
     X(left_out_starts) \
     /* what fast roads stand in for, as the import found it */ \
+    X(pattern_type) \
     X(list_mark) \
     X(sentence_end) \
     X(prose_blocks) \

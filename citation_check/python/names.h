@@ -110,10 +110,13 @@
     X(repo_root, "repo_root") \
     X(resolve, "resolve") \
     X(root, "root") \
+    X(scanner, "scanner") \
+    X(search, "search") \
     X(set, "set") \
     X(severity, "severity") \
     X(should_stop, "should_stop") \
     X(skipped, "skipped") \
+    X(span, "span") \
     X(split, "split") \
     X(splitlines, "splitlines") \
     X(start, "start") \

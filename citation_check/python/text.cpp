@@ -7,7 +7,7 @@ namespace py::text {
 
 namespace {
 
-// The places of `str.splitlines()`, the pair CR LF aside. Without branches, so that a loop over it becomes wide steps.
+// The places of `str.splitlines()`, the pair CR LF aside.
 template <class Character>
 constexpr bool is_line_end(Character character) {
     const auto feeds = static_cast<Character>(character - 0x0a) <= 0x0d - 0x0a;
@@ -27,13 +27,36 @@ constexpr bool ends_line(const Character* place) {
 
 constexpr std::size_t block_size = 64;
 
+// Line feeds in a block of text, which are all the line ends that most blocks have.
+struct LineFeeds {
+    std::size_t count;
+    bool only;  // no other character of the block can be a line end
+};
+
+// The counters are as wide as the characters, so that the lanes need no widening.
+template <class Character>
+LineFeeds count_line_feeds(const Character* place) {
+    Character feeds = 0;
+    Character others = 0;
+    for (std::size_t index = 0; index < block_size; ++index) {
+        const Character character = place[index];
+        const bool feed = character == '\n';
+        const bool control = (character < 0x20) & !feed & (character != '\t');
+        const bool beyond =
+            sizeof(Character) == 1 ? character == 0x85 : (character == 0x85) | ((character | 1) == 0x2029);
+        feeds = static_cast<Character>(feeds + Character{feed});
+        others = static_cast<Character>(others | Character{static_cast<bool>(control | beyond)});
+    }
+    return {feeds, others == 0};
+}
+
 // How many lines end in the block at `place`; the character behind it must be readable.
 template <class Character>
 std::size_t count_line_ends(const Character* place) {
-    Character count = 0;  // as wide as the characters, so that the lanes need no widening
-    for (std::size_t index = 0; index < block_size; ++index) {
-        count = static_cast<Character>(count + Character{ends_line(place + index)});
-    }
+    const LineFeeds feeds = count_line_feeds(place);
+    if (feeds.only) return feeds.count;
+    std::size_t count = 0;
+    for (std::size_t index = 0; index < block_size; ++index) count += ends_line(place + index);
     return count;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <span>
 
@@ -10,8 +11,19 @@ namespace py::text {
 
 inline bool is_exact(Borrowed object) { return PyUnicode_CheckExact(object.get()); }
 
+// `str.isspace()` of the first 256 characters.
+constexpr std::array<bool, 256> latin_spaces = [] {
+    std::array<bool, 256> table{};
+    for (const std::size_t space : {0x09, 0x0a, 0x0b, 0x0c, 0x0d, 0x1c, 0x1d, 0x1e, 0x1f, 0x20, 0x85, 0xa0}) {
+        table[space] = true;
+    }
+    return table;
+}();
+
 // `str.isspace()` of one character, which is also what `\s` matches.
-inline bool is_space(Py_UCS4 character) { return Py_UNICODE_ISSPACE(character) != 0; }
+inline bool is_space(Py_UCS4 character) {
+    return character < latin_spaces.size() ? latin_spaces[character] : Py_UNICODE_ISSPACE(character) != 0;
+}
 
 // Calls `visitor` with the characters of `text` as a span of the width in which they are stored.
 template <class Visitor>
