@@ -107,45 +107,59 @@ class Sentences {
 
 // `match.span()`
 scan::Span span_of(const Module& module, Borrowed match) {
-    const auto [begin, end] = py::unpack<2>(call_method(match, module.names.span));
+    const auto [begin, end] = py::unpack<2>(call(module.match_span, match));
     return {static_cast<std::size_t>(PyLong_AsSsize_t(begin.get())),
             static_cast<std::size_t>(PyLong_AsSsize_t(end.get()))};
 }
 
-// `_claim_text(sentence)`. With a standard pattern the citations that were found are those that `sub` would find again.
-Ref claim_of(Module& module, Borrowed sentence, const host::Citations& citations) {
-    const auto& names = module.names;
-    const Ref text = module.global(names.claim_text);
-    if (!genuine::is_claim_text(module, text)) return call(text, sentence);
-    const bool standard = genuine::is_pattern(module, citations.pattern) && py::text::is_exact(sentence) &&
-                          module.global(names.CITATION_RE).is(citations.pattern) &&
-                          genuine::is_re(module, module.global(names.re));
-    if (!standard) return claim_text(module, sentence);
-    std::vector<scan::Span> spans;
-    for (const Ref& match : citations.matches) spans.push_back(span_of(module, match));
-    return scan::tidy(sentence, spans);
-}
+// The extraction of one page: its claims so far, and room that is used again for each sentence.
+class Extraction {
+  public:
+    explicit Extraction(Module& module) : module_(module), claims_(module) {}
 
-void add_claims(Module& module, Borrowed sentence, ClaimList& out) {
-    const auto& names = module.names;
-    const host::Citations citations = host::citations(module, sentence);
-    const Ref claim = citations.matches.empty() ? py::borrow(names.empty) : claim_of(module, sentence, citations);
-    if (compare(py::integer(py::length(claim)), module.global(names.CLAIM_MIN_CHARS), Py_LT)) return;
-    for (const Ref& match : citations.matches) {
-        const auto [path, start, end] = host::citation_key(module, match);
-        const Ref cited_claim = module.global(names.CitedClaim);
-        out.add(cited_claim, claim, host::normal_path(module, path), start, end);
+    void add(Borrowed sentence) {
+        const auto& names = module_.names;
+        host::find_citations(module_, sentence, citations_);
+        const Ref claim = citations_.matches.empty() ? py::borrow(names.empty) : claim_of(sentence);
+        if (compare(py::integer(py::length(claim)), module_.global(names.CLAIM_MIN_CHARS), Py_LT)) return;
+        for (const Ref& match : citations_.matches) {
+            const auto [path, start, end] = host::citation_key(module_, match);
+            const Ref cited_claim = module_.global(names.CitedClaim);
+            claims_.add(cited_claim, claim, host::normal_path(module_, path), start, end);
+        }
     }
-}
+
+    Ref release() { return claims_.release(); }
+
+  private:
+    // `_claim_text(sentence)`. With a standard pattern the citations found are those that `sub` would find again.
+    Ref claim_of(Borrowed sentence) {
+        const auto& names = module_.names;
+        const Ref text = module_.global(names.claim_text);
+        if (!genuine::is_claim_text(module_, text)) return call(text, sentence);
+        const bool standard = genuine::is_pattern(module_, citations_.pattern) && py::text::is_exact(sentence) &&
+                              module_.global(names.CITATION_RE).is(citations_.pattern) &&
+                              genuine::is_re(module_, module_.global(names.re));
+        if (!standard) return claim_text(module_, sentence);
+        spans_.clear();
+        for (const Ref& match : citations_.matches) spans_.push_back(span_of(module_, match));
+        return scan::tidy(sentence, spans_);
+    }
+
+    Module& module_;
+    ClaimList claims_;
+    host::Citations citations_;
+    std::vector<scan::Span> spans_;
+};
 
 Ref cited_claims(Module& module, Borrowed markdown) {
-    ClaimList out(module);
+    Extraction extraction(module);
     Blocks blocks(module, markdown);
     while (const Ref block = blocks.next()) {
         Sentences sentences(module, block);
-        while (const Ref sentence = sentences.next()) add_claims(module, sentence, out);
+        while (const Ref sentence = sentences.next()) extraction.add(sentence);
     }
-    return out.release();
+    return extraction.release();
 }
 
 constexpr py::Parameter cited_claims_parameters[] = {{"markdown", "str"}};

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <vector>
+
 #include "python/class.h"
 #include "python/generator.h"
 
@@ -23,15 +25,15 @@ class ProseBlocks final : public py::Steps {
     py::Ref cut_line();
     bool is_prose(py::Borrowed line, py::Borrowed stripped);
     bool begins_item(py::Borrowed stripped) const;
-    void gather(py::Borrowed stripped) const;
+    void gather(py::Borrowed stripped);
     py::Ref complete_block();
 
     py::Module& module_;
-    py::Ref markdown_;     // an exact str to its end; anything else until the first line is asked for
-    Py_ssize_t line_ = 0;  // where the next line of an exact str begins; behind its end when there is none
-    py::Ref lines_;        // the iterator over the lines of anything else
-    py::Ref block_;        // the list of the block's lines
-    py::Ref left_over_;    // the line that completed the last block and belongs to the next
+    py::Ref markdown_;            // an exact str to its end; anything else until the first line is asked for
+    Py_ssize_t line_ = 0;         // where the next line of an exact str begins; behind its end when there is none
+    py::Ref lines_;               // the iterator over the lines of anything else
+    std::vector<py::Ref> block_;  // the block's lines
+    py::Ref left_over_;           // the line that completed the last block and belongs to the next
     bool in_fence_ = false;
 };
 

@@ -13,8 +13,7 @@ using py::steal;
 using py::truth;
 namespace text = py::text;
 
-ProseBlocks::ProseBlocks(Module& module, Borrowed markdown)
-    : module_(module), markdown_(py::borrow(markdown)), block_(py::new_list()) {}
+ProseBlocks::ProseBlocks(Module& module, Borrowed markdown) : module_(module), markdown_(py::borrow(markdown)) {}
 
 Ref ProseBlocks::next() {
     if (left_over_) gather(std::exchange(left_over_, Ref()));
@@ -22,14 +21,14 @@ Ref ProseBlocks::next() {
         Ref stripped = text::is_exact(line) ? text::strip(line) : call_method(line, module_.names.strip);
         const bool prose = is_prose(line, stripped);
         Ref complete;
-        if (PyList_GET_SIZE(block_.get()) != 0 && (!prose || begins_item(stripped))) complete = complete_block();
+        if (!block_.empty() && (!prose || begins_item(stripped))) complete = complete_block();
         if (complete) {
             if (prose) left_over_ = std::move(stripped);
             return complete;
         }
         if (prose) gather(stripped);
     }
-    return PyList_GET_SIZE(block_.get()) != 0 ? complete_block() : Ref();
+    return block_.empty() ? Ref() : complete_block();
 }
 
 // The next of what `split("\n")` gives; the list that it would make of an exact str is seen by nobody.
@@ -71,27 +70,29 @@ bool ProseBlocks::begins_item(Borrowed stripped) const {
     return truth(call_method(list_mark, module_.names.match, stripped));
 }
 
-void ProseBlocks::gather(Borrowed stripped) const {
+void ProseBlocks::gather(Borrowed stripped) {
     const auto& names = module_.names;
     const Ref list_mark = module_.global(names.LIST_MARK_RE);
     if (genuine::is_list_mark(module_, list_mark) && text::is_exact(stripped)) {
         const auto size = static_cast<std::size_t>(PyUnicode_GET_LENGTH(stripped.get()));
-        py::append(block_, text::slice(stripped, scan::list_mark_end(stripped), size));
+        block_.push_back(text::slice(stripped, scan::list_mark_end(stripped), size));
     } else {
-        py::append(block_, call_method(list_mark, names.sub, names.empty, stripped));
+        block_.push_back(call_method(list_mark, names.sub, names.empty, stripped));
     }
 }
 
 Ref ProseBlocks::complete_block() {
-    Ref joined = steal(PyUnicode_Join(module_.names.space, block_.get()));
-    block_ = py::new_list();
-    return joined;
+    const bool one_line = block_.size() == 1 && text::is_exact(block_[0]);
+    Ref block =
+        one_line ? std::move(block_[0]) : steal(PyUnicode_Join(module_.names.space, py::list_of_each(block_).get()));
+    block_.clear();
+    return block;
 }
 
 int ProseBlocks::visit(visitproc visit, void* arg) const {
     Py_VISIT(markdown_.get());
     Py_VISIT(lines_.get());
-    Py_VISIT(block_.get());
+    for (const Ref& line : block_) Py_VISIT(line.get());
     Py_VISIT(left_over_.get());
     return 0;
 }

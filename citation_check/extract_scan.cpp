@@ -4,6 +4,8 @@
 #include <array>
 #include <memory>
 
+#include "python/wide.h"
+
 namespace citation_check::scan {
 
 using py::Borrowed;
@@ -75,11 +77,32 @@ Character* copy_outside(std::span<const Character> characters, std::span<const S
     return std::copy(rest.begin(), rest.end(), out);
 }
 
+// Where the first whitespace that has to be tidied may begin.
+Py_UCS1* find_untidy(Py_UCS1* const begin, Py_UCS1* const end) {
+    namespace wide = py::wide;
+    if (begin == end || is_space(*begin)) return begin;
+    Py_UCS1* at = begin;
+    // Whitespace is untidy because of what stands behind it, so a run that begins before `at` has been noticed.
+    for (; static_cast<std::size_t>(end - at) > wide::size; at += wide::size) {
+        const wide::Bytes behind = wide::load(at + 1);
+        const wide::Bytes marks = wide::equal(behind, '.') | wide::equal(behind, ',') | wide::equal(behind, ';') |
+                                  wide::equal(behind, ':') | wide::equal(behind, '!') | wide::equal(behind, '?');
+        if (wide::any(wide::spaces(wide::load(at)) & (wide::spaces(behind) | marks))) break;
+    }
+    return at;
+}
+
+// Wider text may hold whitespace of more kinds than a wide step can tell.
+template <class Character>
+Character* find_untidy(Character* const begin, Character* const /*end*/) {
+    return begin;
+}
+
 // Tidies in place; what is kept never overtakes what is read.
 template <class Character>
 Character* tidy_in_place(Character* const begin, Character* const end) {
-    Character* out = begin;
-    for (Character* at = begin; at != end;) {
+    Character* out = find_untidy(begin, end);
+    for (Character* at = out; at != end;) {
         if (!is_space(*at)) {
             *out++ = *at++;
             continue;
@@ -90,6 +113,24 @@ Character* tidy_in_place(Character* const begin, Character* const end) {
         if (inside && !takes_no_space_before.has(*at)) *out++ = at - run == 1 ? *run : Character{' '};
     }
     return out;
+}
+
+// The first character at or behind `from` that may end a sentence; the size of the text when there is none.
+template <class Character>
+std::size_t find_sentence_end(std::span<const Character> characters, std::size_t from) {
+    while (from < characters.size() && !sentence_ends.has(characters[from])) ++from;
+    return from;
+}
+
+std::size_t find_sentence_end(std::span<const Py_UCS1> characters, std::size_t from) {
+    namespace wide = py::wide;
+    for (; from + wide::size <= characters.size(); from += wide::size) {
+        const wide::Bytes bytes = wide::load(characters.data() + from);
+        const wide::Bytes ends =
+            wide::equal(bytes, '.') | wide::equal(bytes, '!') | wide::equal(bytes, '?') | wide::equal(bytes, ']');
+        if (wide::any(ends)) break;
+    }
+    return find_sentence_end<Py_UCS1>(characters, from);
 }
 
 }  // namespace
@@ -111,8 +152,8 @@ bool is_left_out(Borrowed stripped) {
 Span sentence_gap(Borrowed block, std::size_t from) {
     return py::text::visit(block, [from](auto characters) -> Span {
         const std::size_t size = characters.size();
-        for (std::size_t at = from; at < size; ++at) {
-            if (!sentence_ends.has(characters[at])) continue;
+        for (std::size_t at = find_sentence_end(characters, from); at < size;
+             at = find_sentence_end(characters, at + 1)) {
             const std::size_t end = skip_space(characters, at + 1);
             if (end > at + 1 && end < size && may_begin_sentence(characters[end])) return {at + 1, end};
         }

@@ -35,6 +35,20 @@ bool is_function_of(Borrowed object, const char* module_name) {
     return module && is_function_of(object, module);
 }
 
+PyObject* type_of(Borrowed object) { return reinterpret_cast<PyObject*>(object.type()); }
+
+// The type of all standard patterns, and the methods of it that are called most; its attributes cannot be replaced.
+void remember_standard_patterns(Module& module, Borrowed pattern) {
+    const auto& names = module.names;
+    const Ref scanner = py::call_method(pattern, names.scanner, names.empty);
+    const Ref match = py::call_method(pattern, names.match, py::steal(PyUnicode_FromString("- item")));
+    keep(module.pattern_match, attr(type_of(pattern), names.match));
+    keep(module.pattern_scanner, attr(type_of(pattern), names.scanner));
+    keep(module.scanner_search, attr(type_of(scanner), names.search));
+    keep(module.match_span, attr(type_of(match), names.span));
+    keep(module.pattern_type, py::borrow(type_of(pattern)));
+}
+
 void remember_re(Module& module) {
     const Ref re = module.global(module.names.re);
     if (!PyModule_CheckExact(re.get())) return;
@@ -59,7 +73,7 @@ void remember_path(Module& module) {
         if (!is_function_of(attr(type, method), "pathlib")) return;
     }
     // `Path()` makes an object of the class for this system, and that class is the one to watch.
-    module.path_guard.remember(reinterpret_cast<PyObject*>(Py_TYPE(py::call(type).get())));
+    module.path_guard.remember(type_of(py::call(type)));
 }
 
 }  // namespace
@@ -70,7 +84,7 @@ void remember(Module& module) {
     const Ref sentence_end = module.global(names.SENTENCE_END_RE);
     if (is_compiled_pattern(module, list_mark, list_mark_pattern)) {
         keep(module.list_mark, py::borrow(list_mark));
-        keep(module.pattern_type, py::borrow(reinterpret_cast<PyObject*>(Py_TYPE(list_mark.get()))));
+        remember_standard_patterns(module, list_mark);
     }
     if (is_compiled_pattern(module, sentence_end, sentence_end_pattern)) {
         keep(module.sentence_end, py::borrow(sentence_end));
@@ -82,9 +96,7 @@ void remember(Module& module) {
     remember_path(module);
 }
 
-bool is_pattern(const Module& module, Borrowed object) {
-    return reinterpret_cast<PyObject*>(object.type()) == module.pattern_type;
-}
+bool is_pattern(const Module& module, Borrowed object) { return type_of(object) == module.pattern_type; }
 
 bool is_list_mark(const Module& module, Borrowed pattern) { return pattern.is(module.list_mark); }
 
@@ -102,8 +114,6 @@ bool is_re(const Module& module, Borrowed re) {
 
 bool is_cited_claim(Module& module, Borrowed type) { return module.claim_guard.is_unchanged(type); }
 
-bool is_plain_path(Module& module, Borrowed path) {
-    return module.path_guard.is_unchanged(reinterpret_cast<PyObject*>(path.type()));
-}
+bool is_plain_path(Module& module, Borrowed path) { return module.path_guard.is_unchanged(type_of(path)); }
 
 }  // namespace citation_check::genuine

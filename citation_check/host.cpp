@@ -14,26 +14,28 @@ using py::truth;
 using py::unpack;
 
 bool is_fence(Module& module, Borrowed line) {
-    return truth(call_method(module.global(module.names.FENCE_RE), module.names.match, line));
+    const Ref fence = module.global(module.names.FENCE_RE);
+    if (genuine::is_pattern(module, fence)) return !call(module.pattern_match, fence, line).is_none();
+    return truth(call_method(fence, module.names.match, line));
 }
 
-Citations citations(Module& module, Borrowed sentence) {
+void find_citations(Module& module, Borrowed sentence, Citations& found) {
     const auto& names = module.names;
-    Citations found{module.global(names.CITATION_RE), {}};
+    found.matches.clear();
+    found.pattern = module.global(names.CITATION_RE);
     if (genuine::is_pattern(module, found.pattern) && py::text::is_exact(sentence)) {
         // What `finditer` wraps in an iterator.
-        const Ref scanner = call_method(found.pattern, names.scanner, sentence);
-        for (Ref match = call_method(scanner, names.search); !match.is_none();) {
+        const Ref scanner = call(module.pattern_scanner, found.pattern, sentence);
+        for (Ref match = call(module.scanner_search, scanner); !match.is_none();) {
             found.matches.push_back(std::move(match));
-            match = call_method(scanner, names.search);
+            match = call(module.scanner_search, scanner);
         }
-        return found;
+        return;
     }
     const Ref list = steal(PySequence_List(call_method(found.pattern, names.finditer, sentence).get()));
     for (Py_ssize_t index = 0; index < PyList_GET_SIZE(list.get()); ++index) {
         found.matches.push_back(py::borrow(PyList_GET_ITEM(list.get(), index)));
     }
-    return found;
 }
 
 Ref without_citations(Module& module, Borrowed sentence) {

@@ -21,7 +21,8 @@ struct Citations {
     Ref pattern;
     std::vector<Ref> matches;
 };
-Citations citations(Module& module, Borrowed sentence);
+// Puts them in the place of what `found` held.
+void find_citations(Module& module, Borrowed sentence, Citations& found);
 
 // The sentence with every citation removed.
 Ref without_citations(Module& module, Borrowed sentence);

@@ -39,6 +39,13 @@ Ref prefix(Borrowed value, Borrowed stop) {
     return steal(PyObject_GetItem(value.get(), slice.get()));
 }
 
+Ref list_of_each(std::span<const Ref> items) {
+    Ref list = steal(PyList_New(static_cast<Py_ssize_t>(items.size())));
+    Py_ssize_t index = 0;
+    for (const Ref& item : items) PyList_SET_ITEM(list.get(), index++, Py_NewRef(item.get()));
+    return list;
+}
+
 Ref lookup_special(Borrowed object, Borrowed name) {
     PyObject* const found = _PyType_Lookup(object.type(), name.get());
     if (found == nullptr) return {};

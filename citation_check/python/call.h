@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstddef>
+#include <span>
 
 #include "error.h"
 #include "object.h"
@@ -118,6 +119,9 @@ Ref list_of(const Values&... values) {
     (PyList_SET_ITEM(list.get(), index++, Py_NewRef(Borrowed(values).get())), ...);
     return list;
 }
+
+// A list of each of these.
+Ref list_of_each(std::span<const Ref> items);
 
 inline Ref integer(Py_ssize_t value) { return steal(PyLong_FromSsize_t(value)); }
 

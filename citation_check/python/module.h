@@ -27,6 +27,10 @@
     X(left_out_starts) \
     /* what fast roads stand in for, as the import found it */ \
     X(pattern_type) \
+    X(pattern_match) \
+    X(pattern_scanner) \
+    X(scanner_search) \
+    X(match_span) \
     X(list_mark) \
     X(sentence_end) \
     X(prose_blocks) \

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <Python.h>
+
+#include <cstdint>
+#include <cstring>
+
+// Sixteen characters of one byte each at a time. A comparison gives a lane of ones or zeros for each of them.
+namespace py::wide {
+
+using Bytes = std::uint8_t __attribute__((vector_size(16)));
+
+constexpr std::size_t size = sizeof(Bytes);
+
+inline Bytes load(const Py_UCS1* place) {
+    Bytes bytes;
+    std::memcpy(&bytes, place, sizeof(bytes));
+    return bytes;
+}
+
+inline Bytes equal(Bytes bytes, std::uint8_t value) { return reinterpret_cast<Bytes>(bytes == value); }
+
+inline Bytes between(Bytes bytes, std::uint8_t first, std::uint8_t last) {
+    return reinterpret_cast<Bytes>((bytes - first) <= static_cast<std::uint8_t>(last - first));
+}
+
+// `str.isspace()` of the first 256 characters.
+inline Bytes spaces(Bytes bytes) {
+    return between(bytes, 0x09, 0x0d) | between(bytes, 0x1c, 0x20) | equal(bytes, 0x85) | equal(bytes, 0xa0);
+}
+
+inline bool any(Bytes lanes) {
+    std::uint64_t halves[2];
+    std::memcpy(halves, &lanes, sizeof(lanes));
+    return (halves[0] | halves[1]) != 0;
+}
+
+}  // namespace py::wide
