@@ -137,8 +137,7 @@ class Extraction {
         const auto& names = module_.names;
         const Ref text = module_.global(names.claim_text);
         if (!genuine::is_claim_text(module_, text)) return call(text, sentence);
-        const bool standard = genuine::is_pattern(module_, citations_.pattern) && py::text::is_exact(sentence) &&
-                              module_.global(names.CITATION_RE).is(citations_.pattern) &&
+        const bool standard = citations_.standard && module_.global(names.CITATION_RE).is(citations_.pattern) &&
                               genuine::is_re(module_, module_.global(names.re));
         if (!standard) return claim_text(module_, sentence);
         spans_.clear();

@@ -128,7 +128,7 @@ std::size_t find_sentence_end(std::span<const Py_UCS1> characters, std::size_t f
         const wide::Bytes bytes = wide::load(characters.data() + from);
         const wide::Bytes ends =
             wide::equal(bytes, '.') | wide::equal(bytes, '!') | wide::equal(bytes, '?') | wide::equal(bytes, ']');
-        if (wide::any(ends)) break;
+        if (wide::any(ends)) return from + wide::first(ends);
     }
     return find_sentence_end<Py_UCS1>(characters, from);
 }

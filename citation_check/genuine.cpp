@@ -43,6 +43,7 @@ void remember_standard_patterns(Module& module, Borrowed pattern) {
     const Ref scanner = py::call_method(pattern, names.scanner, names.empty);
     const Ref match = py::call_method(pattern, names.match, py::steal(PyUnicode_FromString("- item")));
     keep(module.pattern_match, attr(type_of(pattern), names.match));
+    keep(module.pattern_search, attr(type_of(pattern), names.search));
     keep(module.pattern_scanner, attr(type_of(pattern), names.scanner));
     keep(module.scanner_search, attr(type_of(scanner), names.search));
     keep(module.match_span, attr(type_of(match), names.span));

@@ -19,17 +19,40 @@ bool is_fence(Module& module, Borrowed line) {
     return truth(call_method(fence, module.names.match, line));
 }
 
+namespace {
+
+// What `finditer` wraps in an iterator.
+void scan_citations(const Module& module, Borrowed sentence, Citations& found) {
+    const Ref scanner = call(module.pattern_scanner, found.pattern, sentence);
+    for (Ref match = call(module.scanner_search, scanner); !match.is_none();) {
+        found.matches.push_back(std::move(match));
+        match = call(module.scanner_search, scanner);
+    }
+}
+
+// Most sentences carry one citation, and two searches are cheaper than a scanner. A second match would tell where its
+// search began, so from two on, and where a match is empty, the scanner finds them all.
+void search_citations(const Module& module, Borrowed sentence, Citations& found) {
+    Ref match = call(module.pattern_search, found.pattern, sentence);
+    if (match.is_none()) return;
+    const auto [begin, end] = unpack<2>(call(module.match_span, match));
+    const bool empty = py::compare(begin, end, Py_EQ);
+    if (empty || !call(module.pattern_search, found.pattern, sentence, end).is_none()) {
+        scan_citations(module, sentence, found);
+    } else {
+        found.matches.push_back(std::move(match));
+    }
+}
+
+}  // namespace
+
 void find_citations(Module& module, Borrowed sentence, Citations& found) {
     const auto& names = module.names;
     found.matches.clear();
     found.pattern = module.global(names.CITATION_RE);
-    if (genuine::is_pattern(module, found.pattern) && py::text::is_exact(sentence)) {
-        // What `finditer` wraps in an iterator.
-        const Ref scanner = call(module.pattern_scanner, found.pattern, sentence);
-        for (Ref match = call(module.scanner_search, scanner); !match.is_none();) {
-            found.matches.push_back(std::move(match));
-            match = call(module.scanner_search, scanner);
-        }
+    found.standard = genuine::is_pattern(module, found.pattern) && py::text::is_exact(sentence);
+    if (found.standard) {
+        search_citations(module, sentence, found);
         return;
     }
     const Ref list = steal(PySequence_List(call_method(found.pattern, names.finditer, sentence).get()));

@@ -19,6 +19,7 @@ bool is_fence(Module& module, Borrowed line);
 // All citations of a sentence, as match objects, left to right.
 struct Citations {
     Ref pattern;
+    bool standard = false;  // a standard pattern on an exact str, so that nobody sees how the citations were found
     std::vector<Ref> matches;
 };
 // Puts them in the place of what `found` held.

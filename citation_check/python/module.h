@@ -28,6 +28,7 @@
     /* what fast roads stand in for, as the import found it */ \
     X(pattern_type) \
     X(pattern_match) \
+    X(pattern_search) \
     X(pattern_scanner) \
     X(scanner_search) \
     X(match_span) \

@@ -14,8 +14,8 @@ inline bool is_exact(Borrowed object) { return PyUnicode_CheckExact(object.get()
 // `str.isspace()` of the first 256 characters.
 constexpr std::array<bool, 256> latin_spaces = [] {
     std::array<bool, 256> table{};
-    for (const std::size_t space : {0x09, 0x0a, 0x0b, 0x0c, 0x0d, 0x1c, 0x1d, 0x1e, 0x1f, 0x20, 0x85, 0xa0}) {
-        table[space] = true;
+    for (const int space : {0x09, 0x0a, 0x0b, 0x0c, 0x0d, 0x1c, 0x1d, 0x1e, 0x1f, 0x20, 0x85, 0xa0}) {
+        table[static_cast<std::size_t>(space)] = true;
     }
     return table;
 }();

@@ -2,6 +2,7 @@
 
 #include <Python.h>
 
+#include <bit>
 #include <cstdint>
 #include <cstring>
 
@@ -33,6 +34,15 @@ inline bool any(Bytes lanes) {
     std::uint64_t halves[2];
     std::memcpy(halves, &lanes, sizeof(lanes));
     return (halves[0] | halves[1]) != 0;
+}
+
+// The first lane of ones; `size` when there is none.
+inline std::size_t first(Bytes lanes) {
+    static_assert(std::endian::native == std::endian::little);
+    std::uint64_t halves[2];
+    std::memcpy(halves, &lanes, sizeof(lanes));
+    if (halves[0] != 0) return static_cast<std::size_t>(std::countr_zero(halves[0])) / 8;
+    return 8 + static_cast<std::size_t>(std::countr_zero(halves[1])) / 8;
 }
 
 }  // namespace py::wide
