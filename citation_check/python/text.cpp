@@ -1,7 +1,10 @@
 #include "text.h"
 
 #include <algorithm>
+#include <optional>
 #include <vector>
+
+#include "wide.h"
 
 namespace py::text {
 
@@ -25,38 +28,60 @@ constexpr bool ends_line(const Character* place) {
     return is_line_end(place[0]) & !((place[0] == '\r') & (place[1] == '\n'));
 }
 
-constexpr std::size_t block_size = 64;
-
-// Line feeds in a block of text, which are all the line ends that most blocks have.
+// Line feeds in a stretch of text, which are all the line ends that most stretches have.
 struct LineFeeds {
-    std::size_t count;
-    bool only;  // no other character of the block can be a line end
+    std::size_t count = 0;
+    bool only = true;  // no other character of the stretch is a line end
 };
 
-// The counters are as wide as the characters, so that the lanes need no widening.
 template <class Character>
-LineFeeds count_line_feeds(const Character* place) {
-    Character feeds = 0;
-    Character others = 0;
-    for (std::size_t index = 0; index < block_size; ++index) {
-        const Character character = place[index];
-        const bool feed = character == '\n';
-        const bool control = (character < 0x20) & !feed & (character != '\t');
-        const bool beyond =
-            sizeof(Character) == 1 ? character == 0x85 : (character == 0x85) | ((character | 1) == 0x2029);
-        feeds = static_cast<Character>(feeds + Character{feed});
-        others = static_cast<Character>(others | Character{static_cast<bool>(control | beyond)});
+LineFeeds count_line_feeds(std::span<const Character> stretch) {
+    LineFeeds feeds;
+    while (!stretch.empty()) {
+        const auto part = stretch.first(std::min(stretch.size(), std::size_t{128}));
+        // As wide as the characters, and without branches, so that the loop becomes wide steps.
+        Character ends = 0;
+        Character others = 0;
+        for (const Character character : part) {
+            const bool end = character == '\n';
+            ends = static_cast<Character>(ends + Character{end});
+            others = static_cast<Character>(others | Character{static_cast<bool>(is_line_end(character) & !end)});
+        }
+        feeds.count += ends;
+        feeds.only &= others == 0;
+        stretch = stretch.subspan(part.size());
     }
-    return {feeds, others == 0};
+    return feeds;
 }
 
-// How many lines end in the block at `place`; the character behind it must be readable.
+LineFeeds count_line_feeds(std::span<const Py_UCS1> stretch) {
+    LineFeeds feeds;
+    while (stretch.size() >= wide::size) {
+        wide::Bytes ends{};
+        wide::Bytes others{};
+        // No lane of the counter overflows in so many steps.
+        const std::size_t steps = std::min(stretch.size() / wide::size, std::size_t{16});
+        for (std::size_t step = 0; step < steps; ++step) {
+            const wide::Bytes bytes = wide::load(stretch.data() + step * wide::size);
+            ends -= wide::equal(bytes, '\n');
+            // A few controls that are no line ends are among these; `only` may be false without need.
+            others |= wide::between(bytes, 0x0b, 0x1f) | wide::equal(bytes, 0x85);
+        }
+        feeds.count += wide::sum(ends);
+        feeds.only &= !wide::any(others);
+        stretch = stretch.subspan(steps * wide::size);
+    }
+    const LineFeeds rest = count_line_feeds<Py_UCS1>(stretch);
+    return {feeds.count + rest.count, feeds.only && rest.only};
+}
+
+// How many lines end in a stretch; the character behind it must be readable.
 template <class Character>
-std::size_t count_line_ends(const Character* place) {
-    const LineFeeds feeds = count_line_feeds(place);
+std::size_t count_line_ends(std::span<const Character> stretch) {
+    const LineFeeds feeds = count_line_feeds(stretch);
     if (feeds.only) return feeds.count;
     std::size_t count = 0;
-    for (std::size_t index = 0; index < block_size; ++index) count += ends_line(place + index);
+    for (const Character& character : stretch) count += ends_line(&character);
     return count;
 }
 
@@ -64,15 +89,30 @@ std::size_t count_line_ends(const Character* place) {
 template <class Character>
 std::size_t find_line(std::span<const Character> text, std::size_t line) {
     std::size_t at = 0;
-    while (at + block_size < text.size()) {
-        const std::size_t ends = count_line_ends(text.data() + at);
-        if (ends >= line) break;
-        line -= ends;
-        at += block_size;
+    for (const std::size_t step : {256, 16}) {
+        while (at + step < text.size()) {
+            const std::size_t ends = count_line_ends(text.subspan(at, step));
+            if (ends >= line) break;
+            line -= ends;
+            at += step;
+        }
     }
     for (; line != 0 && at + 1 < text.size(); ++at) line -= ends_line(text.data() + at);
     // The last character either ends its line, and no further line begins, or there is no other line.
     return line == 0 ? at : text.size();
+}
+
+// Where `join_lines` from `from` on would end if it left the text as it is: when the lines end in line feeds alone.
+template <class Character>
+std::optional<std::size_t> find_end(std::span<const Character> text, std::size_t from, std::size_t count,
+                                    std::size_t limit) {
+    const auto rest = text.subspan(from);
+    const auto region = limit < rest.size() ? rest.first(limit + 1) : rest;
+    if (!count_line_feeds(region).only) return {};
+    const std::size_t behind = find_line(region, count);
+    if (behind < region.size()) return from + behind - 1;
+    if (region.size() > limit) return from + limit;
+    return region.back() == '\n' ? text.size() - 1 : text.size();
 }
 
 template <class Character>
@@ -128,6 +168,7 @@ Ref cut_lines(Borrowed text, std::size_t first, std::size_t stop, std::size_t li
     return visit(text, [&](auto characters) {
         const std::size_t from = find_line(characters, first);
         if (first >= stop || limit == 0 || from == characters.size()) return slice(text, 0, 0);
+        if (const auto end = find_end(characters, from, stop - first, limit)) return slice(text, from, *end);
         const auto joined = join_lines(characters, from, stop - first, limit);
         return make(std::span(joined));
     });

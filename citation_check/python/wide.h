@@ -45,4 +45,12 @@ inline std::size_t first(Bytes lanes) {
     return 8 + static_cast<std::size_t>(std::countr_zero(halves[1])) / 8;
 }
 
+// The sum of the lanes, each 16 at the most.
+inline std::size_t sum(Bytes lanes) {
+    constexpr std::uint64_t ones = 0x0101010101010101U;
+    std::uint64_t halves[2];
+    std::memcpy(halves, &lanes, sizeof(lanes));
+    return static_cast<std::size_t>((halves[0] * ones) >> 56U) + static_cast<std::size_t>((halves[1] * ones) >> 56U);
+}
+
 }  // namespace py::wide
