@@ -50,22 +50,31 @@ bool is_inside(std::string_view path, std::string_view root) {
     return path.size() == root.size() || path[root.size()] == '/';
 }
 
-Outcome<std::string> read_all(const Location& location) {
+Outcome<std::size_t> read_into(const Location& location, std::span<char> room) {
     const Descriptor file(open(link_of(location.descriptor).c_str(), O_RDONLY | O_CLOEXEC));
-    if (file.number() < 0) return failed<std::string>();
-    // One byte more than the file has, so that its end shows in the same read that brings its last byte.
-    std::string bytes(location.size + 1, '\0');
+    if (file.number() < 0) return failed<std::size_t>();
     std::size_t filled = 0;
-    while (true) {
-        const ssize_t count = read(file.number(), bytes.data() + filled, bytes.size() - filled);
-        if (count < 0) return failed<std::string>();
+    while (filled < room.size()) {
+        const ssize_t count = read(file.number(), room.data() + filled, room.size() - filled);
+        if (count < 0) return failed<std::size_t>();
         filled += static_cast<std::size_t>(count);
         // A read that leaves room and brings what the file is known to have has met its end.
-        if (count == 0 || (filled == location.size && filled != 0)) break;
-        if (filled == bytes.size()) bytes.resize(2 * bytes.size());
+        if (count == 0 || filled == location.size) break;
     }
-    bytes.resize(filled);
-    return {std::move(bytes)};
+    return {filled};
+}
+
+Outcome<std::string> read_all(const Location& location) {
+    std::string bytes(4096 + 2 * location.size, '\0');
+    while (true) {
+        const Outcome<std::size_t> filled = read_into(location, bytes);
+        if (!filled.value) return {std::nullopt, filled.failure};
+        if (*filled.value < bytes.size()) {
+            bytes.resize(*filled.value);
+            return {std::move(bytes)};
+        }
+        bytes.resize(2 * bytes.size());
+    }
 }
 
 }  // namespace citation_check::confined

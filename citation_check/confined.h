@@ -1,6 +1,7 @@
 #pragma once
 
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -46,7 +47,11 @@ Outcome<Location> locate(const std::string& path);
 // Whether `path` is `root` or lies below it, by their components; both are absolute paths without links.
 bool is_inside(std::string_view path, std::string_view root);
 
-// All bytes of a regular file; the failures are those of `locate`.
+// Reads a regular file into `room` until that is full or the file ends; how many bytes came. The failures are those of
+// `locate`.
+Outcome<std::size_t> read_into(const Location& location, std::span<char> room);
+
+// All bytes of a regular file, however many there are by now.
 Outcome<std::string> read_all(const Location& location);
 
 }  // namespace citation_check::confined

@@ -3,11 +3,11 @@
 #include <fcntl.h>
 
 #include <algorithm>
-#include <cstring>
 
 #include "confined.h"
 #include "genuine.h"
 #include "python/text.h"
+#include "python/wide.h"
 
 namespace citation_check {
 
@@ -59,29 +59,64 @@ std::optional<std::string> system_path(Borrowed text) {
 }
 
 // Universal newlines: CR LF and CR become LF. In UTF-8, well formed or not, they are never part of another character.
-void translate_line_ends(std::string& bytes) {
-    const std::size_t first = bytes.find('\r');
-    if (first == std::string::npos) return;
-    auto out = bytes.begin() + static_cast<std::ptrdiff_t>(first);
+std::span<char> translate_line_ends(std::span<char> bytes) {
+    auto out = std::find(bytes.begin(), bytes.end(), '\r');
     for (auto in = out; in != bytes.end(); ++in) {
         const bool pair = *in == '\r' && in + 1 != bytes.end() && in[1] == '\n';
         if (!pair) *out++ = *in == '\r' ? '\n' : *in;
     }
-    bytes.erase(out, bytes.end());
+    return {bytes.begin(), out};
 }
 
-Ref decode(std::string bytes) {
-    translate_line_ends(bytes);
-    return steal(PyUnicode_DecodeUTF8(bytes.data(), static_cast<Py_ssize_t>(bytes.size()), "replace"));
+// The text that the bytes of a file are; they may be changed on the way.
+Ref decode(std::span<char> bytes) {
+    const std::span<char> lines = translate_line_ends(bytes);
+    return steal(PyUnicode_DecodeUTF8(lines.data(), static_cast<Py_ssize_t>(lines.size()), "replace"));
+}
+
+// Whether the bytes are the text already: ASCII without a CR.
+bool is_plain_text(std::span<const char> bytes) {
+    namespace wide = py::wide;
+    const auto* const data = reinterpret_cast<const Py_UCS1*>(bytes.data());
+    std::size_t at = 0;
+    for (; at + wide::size <= bytes.size(); at += wide::size) {
+        const wide::Bytes part = wide::load(data + at);
+        if (wide::any((part & 0x80) | wide::equal(part, '\r'))) return false;
+    }
+    return std::all_of(data + at, data + bytes.size(), [](Py_UCS1 byte) { return byte < 0x80 && byte != '\r'; });
+}
+
+// Reads a file straight into the text that it most likely is; empty when it is longer by now, or cannot be read.
+Ref read_expected(const Location& location, bool& unreadable) {
+    Ref text = steal(PyUnicode_New(static_cast<Py_ssize_t>(location.size), 0x7f));
+    auto* const data = static_cast<char*>(PyUnicode_DATA(text.get()));
+    // The place of the final NUL takes the first byte too many.
+    const auto filled = without_lock([&] { return confined::read_into(location, {data, location.size + 1}); });
+    unreadable = !filled;
+    if (unreadable || *filled > location.size) return {};
+    data[location.size] = '\0';
+    const std::span<char> bytes(data, *filled);
+    return *filled == location.size && is_plain_text(bytes) ? std::move(text) : decode(bytes);
+}
+
+// The whole text of a regular file; the empty text when it cannot be read.
+Ref read_file(const Module& module, const Location& location) {
+    bool unreadable = false;
+    // An empty text is one object for all, with no room for bytes; some files have more than they say.
+    if (location.size != 0) {
+        if (Ref text = read_expected(location, unreadable)) return text;
+    }
+    if (unreadable) return py::borrow(module.names.empty);
+    auto bytes = without_lock([&] { return confined::read_all(location); });
+    return bytes ? decode(*bytes) : py::borrow(module.names.empty);
 }
 
 // The event that `open` raises for every file, before it tries to open it; what a hook raises passes through.
 void audit_open(Borrowed path) { py::check(PySys_Audit("open", "Osi", path.get(), "r", O_RDONLY | O_CLOEXEC)); }
 
 Ref read_verified(const Module& module, const Location& location, const std::string& root) {
-    if (!location.is_regular || !confined::is_inside(location.path, root)) return py::borrow(module.names.empty);
-    auto bytes = without_lock([&] { return confined::read_all(location); });
-    return bytes ? decode(std::move(*bytes)) : py::borrow(module.names.empty);
+    const bool readable = location.is_regular && confined::is_inside(location.path, root);
+    return readable ? read_file(module, location) : py::borrow(module.names.empty);
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <exception>
 #include <new>
+#include <stdexcept>
 
 namespace py {
 
@@ -11,6 +12,9 @@ void set_error_from_exception() noexcept {
     } catch (const Error&) {
         if (!PyErr_Occurred()) PyErr_SetString(PyExc_SystemError, "an error was reported without an exception");
     } catch (const std::bad_alloc&) {
+        PyErr_NoMemory();
+    } catch (const std::length_error&) {
+        // More than any container can hold is more than any memory can.
         PyErr_NoMemory();
     } catch (const std::exception& error) {
         PyErr_Format(PyExc_SystemError, "unforeseen failure: %s", error.what());

@@ -5,7 +5,7 @@
 namespace py {
 
 // Inside a catch block: sets the interpreter's error for the exception being handled. A `py::Error` has one set
-// already, `std::bad_alloc` is MemoryError, and what nobody foresaw is SystemError.
+// already, what means that memory does not suffice is MemoryError, and what nobody foresaw is SystemError.
 void set_error_from_exception() noexcept;
 
 // The edge to the interpreter: what `body` returns, or NULL with the error set.
