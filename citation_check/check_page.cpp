@@ -1,6 +1,9 @@
 #include "check.h"
+#include "genuine.h"
 #include "host.h"
+#include "python/record.h"
 #include "python/text.h"
+#include "sources.h"
 
 namespace citation_check {
 
@@ -58,12 +61,13 @@ struct Selection {
 Selection select(Module& module, Borrowed markdown, Borrowed repo_root, Borrowed max_questions) {
     const auto& names = module.names;
     Selection selection;
+    PassageCursor cursor;
     const Ref sources = call(module.global(names.CitedSources), repo_root);
     py::Iteration claims(call(module.global(names.cited_claims), markdown));
     while (const Ref claim = claims.next()) {
         const Ref so_far = py::integer(PyList_GET_SIZE(selection.asked.get()));
         const bool within_cap = py::compare(so_far, max_questions, Py_LT);
-        const Ref passage = within_cap ? call_method(sources, names.passage, claim) : py::borrow(names.empty);
+        const Ref passage = within_cap ? passage_of(module, sources, claim, cursor) : py::borrow(names.empty);
         const bool blank =
             py::text::is_exact(passage) ? py::text::is_blank(passage) : !py::truth(call_method(passage, names.strip));
         if (blank) {
@@ -105,6 +109,7 @@ Ref answers_of(Module& module, Borrowed question, Borrowed asked, Borrowed worke
 
 // A record for each pair that has an answer. The pool had both lists in hand, so nothing is taken for granted of them.
 Ref checked_claims(Module& module, Borrowed asked, Borrowed answers) {
+    const auto& names = module.names;
     Ref checked = py::new_list();
     py::Iteration pairs(asked);
     py::Iteration results(answers);
@@ -113,7 +118,10 @@ Ref checked_claims(Module& module, Borrowed asked, Borrowed answers) {
         if (!answer) break;
         const auto [claim, passage] = py::unpack<2>(pair);
         if (answer.is_none()) continue;
-        py::append(checked, call(module.global(module.names.CheckedClaim), claim, answer));
+        const Ref checked_claim = module.global(names.CheckedClaim);
+        py::append(checked, genuine::is_checked_claim(module, checked_claim)
+                                ? py::make_record(module, checked_claim, {{names.claim, claim}, {names.answer, answer}})
+                                : call(checked_claim, claim, answer));
     }
     return checked;
 }

@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "genuine.h"
+#include "python/record.h"
 #include "python/text.h"
 
 namespace citation_check {
@@ -60,7 +61,10 @@ void ClaimList::add(Borrowed cited_claim, Borrowed claim, Borrowed path, Borrowe
         const auto fingerprint = fingerprint_of(claim, path, start, end);
         if (fingerprint) {
             if (plain_integer(start) < 1) return;
-            const Ref record = make_record(cited_claim, claim, path, start, end);
+            const auto& names = module_.names;
+            const Ref record =
+                py::make_record(module_, cited_claim,
+                                {{names.claim, claim}, {names.path, path}, {names.start, start}, {names.end, end}});
             if (holds(record, *fingerprint)) return;
             fingerprints_.push_back(*fingerprint);
             py::append(records_, record);
@@ -71,18 +75,6 @@ void ClaimList::add(Borrowed cited_claim, Borrowed claim, Borrowed path, Borrowe
     if (!py::compare(start, module_.one, Py_GE) || py::contains(records_, record)) return;
     all_plain_ = false;
     py::append(records_, record);
-}
-
-// What the class's own `__init__` does for exactly this class: four attributes, set past the frozen `__setattr__`.
-Ref ClaimList::make_record(Borrowed cited_claim, Borrowed claim, Borrowed path, Borrowed start, Borrowed end) const {
-    const auto& names = module_.names;
-    auto* const type = reinterpret_cast<PyTypeObject*>(cited_claim.get());
-    Ref record = steal(PyBaseObject_Type.tp_new(type, module_.no_arguments, nullptr));
-    py::check(PyObject_GenericSetAttr(record.get(), names.claim, claim.get()));
-    py::check(PyObject_GenericSetAttr(record.get(), names.path, path.get()));
-    py::check(PyObject_GenericSetAttr(record.get(), names.start, start.get()));
-    py::check(PyObject_GenericSetAttr(record.get(), names.end, end.get()));
-    return record;
 }
 
 bool ClaimList::holds(Borrowed record, std::uint64_t fingerprint) const {

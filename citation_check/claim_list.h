@@ -21,8 +21,6 @@ class ClaimList {
     py::Ref release() { return std::move(records_); }
 
   private:
-    py::Ref make_record(py::Borrowed cited_claim, py::Borrowed claim, py::Borrowed path, py::Borrowed start,
-                        py::Borrowed end) const;
     bool holds(py::Borrowed record, std::uint64_t fingerprint) const;
 
     py::Module& module_;

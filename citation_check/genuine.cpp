@@ -59,10 +59,11 @@ void remember_re(Module& module) {
     keep(module.re_sub, py::borrow(sub));
 }
 
-void remember_cited_claim(Module& module) {
-    const Ref type = module.global(module.names.CitedClaim);
-    if (!is_function_of(module.global(module.names.dataclass), "dataclasses")) return;
-    module.claim_guard.remember(type);
+void remember_records(Module& module) {
+    const auto& names = module.names;
+    if (!is_function_of(module.global(names.dataclass), "dataclasses")) return;
+    module.cited_claim_guard.remember(module.global(names.CitedClaim));
+    module.checked_claim_guard.remember(module.global(names.CheckedClaim));
 }
 
 void remember_path(Module& module) {
@@ -92,8 +93,10 @@ void remember(Module& module) {
     }
     keep(module.prose_blocks, module.global(names.prose_blocks));
     keep(module.claim_text, module.global(names.claim_text));
+    keep(module.cited_lines, module.global(names.cited_lines));
+    keep(module.passage, attr(module.global(names.CitedSources), names.passage));
     remember_re(module);
-    remember_cited_claim(module);
+    remember_records(module);
     remember_path(module);
 }
 
@@ -107,13 +110,19 @@ bool is_prose_blocks(const Module& module, Borrowed function) { return function.
 
 bool is_claim_text(const Module& module, Borrowed function) { return function.is(module.claim_text); }
 
+bool is_cited_lines(const Module& module, Borrowed function) { return function.is(module.cited_lines); }
+
+bool is_passage(const Module& module, Borrowed function) { return function.is(module.passage); }
+
 bool is_re(const Module& module, Borrowed re) {
     if (!re.is(module.re_module) || !PyModule_CheckExact(re.get())) return false;
     PyObject* const sub = PyDict_GetItem(PyModule_GetDict(re.get()), module.names.sub);
     return sub != nullptr && sub == module.re_sub;
 }
 
-bool is_cited_claim(Module& module, Borrowed type) { return module.claim_guard.is_unchanged(type); }
+bool is_cited_claim(Module& module, Borrowed type) { return module.cited_claim_guard.is_unchanged(type); }
+
+bool is_checked_claim(Module& module, Borrowed type) { return module.checked_claim_guard.is_unchanged(type); }
 
 bool is_plain_path(Module& module, Borrowed path) { return module.path_guard.is_unchanged(type_of(path)); }
 

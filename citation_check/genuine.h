@@ -16,15 +16,18 @@ bool is_pattern(const py::Module& module, py::Borrowed object);
 bool is_list_mark(const py::Module& module, py::Borrowed pattern);
 bool is_sentence_end(const py::Module& module, py::Borrowed pattern);
 
-// `_prose_blocks` and `_claim_text`: the module's own functions.
+// `_prose_blocks`, `_claim_text`, `cited_lines` and `CitedSources.passage`: the module's own functions.
 bool is_prose_blocks(const py::Module& module, py::Borrowed function);
 bool is_claim_text(const py::Module& module, py::Borrowed function);
+bool is_cited_lines(const py::Module& module, py::Borrowed function);
+bool is_passage(const py::Module& module, py::Borrowed function);
 
 // `re`: the standard module with its own `sub`.
 bool is_re(const py::Module& module, py::Borrowed re);
 
-// `CitedClaim`: the module's own record class, with nothing on it replaced.
+// `CitedClaim` and `CheckedClaim`: the module's own record classes, with nothing on them replaced.
 bool is_cited_claim(py::Module& module, py::Borrowed type);
+bool is_checked_claim(py::Module& module, py::Borrowed type);
 
 // A plain path of `pathlib` whose class has nothing replaced on it.
 bool is_plain_path(py::Module& module, py::Borrowed path);

@@ -2,6 +2,7 @@
 
 #include <optional>
 
+#include "genuine.h"
 #include "python/text.h"
 #include "sources_read.h"
 
@@ -29,24 +30,31 @@ std::optional<std::size_t> plain_count(Borrowed object) {
 }
 
 // The lines without cutting the rest of the text: for plain values, of which nobody can tell; empty for others.
-Ref cut_plainly(Module& module, Borrowed text, Borrowed start, Borrowed end) {
+Ref cut_plainly(Module& module, Borrowed text, Borrowed start, Borrowed end, PassageCursor& cursor) {
     if (!py::text::is_exact(text)) return {};
     const auto first = plain_count(start);
     const auto stop = plain_count(end);
     if (!first || *first == 0 || !stop) return {};
     const auto limit = plain_count(module.global(module.names.PASSAGE_CHARS));
-    return limit ? py::text::cut_lines(text, *first - 1, *stop, *limit) : Ref();
+    if (!limit) return {};
+    if (!cursor.text || !cursor.text.is(text) || cursor.start.line > *first - 1) cursor = {py::borrow(text), {}};
+    return py::text::cut_lines(text, *first - 1, *stop, *limit, cursor.start);
 }
 
-Ref cited_lines(Module& module, Borrowed text, Borrowed start, Borrowed end) {
+Ref cut_lines(Module& module, Borrowed text, Borrowed start, Borrowed end, PassageCursor& cursor) {
     const auto& names = module.names;
-    if (Ref cut = cut_plainly(module, text, start, end)) return cut;
+    if (Ref cut = cut_plainly(module, text, start, end, cursor)) return cut;
     const Ref lines = call_method(text, names.splitlines);
     const Ref first = steal(PyNumber_Subtract(start.get(), module.one));
     const Ref range = steal(PySlice_New(first.get(), end.get(), nullptr));
     const Ref taken = steal(PyObject_GetItem(lines.get(), range.get()));
     const Ref joined = steal(PyUnicode_Join(names.line_feed, taken.get()));
     return py::prefix(joined, module.global(names.PASSAGE_CHARS));
+}
+
+Ref cited_lines(Module& module, Borrowed text, Borrowed start, Borrowed end) {
+    PassageCursor cursor;
+    return cut_lines(module, text, start, end, cursor);
 }
 
 constexpr py::Parameter cited_lines_parameters[] = {{"text", "str"}, {"start", "int"}, {"end", "int"}};
@@ -64,7 +72,7 @@ constexpr py::FunctionRow init_row = {
     "__init__", "CitedSources.__init__", init_parameters, "None", nullptr, py::native<init>,
 };
 
-Ref passage(Module& module, Borrowed self, Borrowed claim) {
+Ref passage_from(Module& module, Borrowed self, Borrowed claim, PassageCursor& cursor) {
     const auto& names = module.names;
     const Ref path = attr(claim, names.path);
     const Ref known = attr(self, names.texts);
@@ -78,7 +86,14 @@ Ref passage(Module& module, Borrowed self, Borrowed claim) {
     const Ref texts = attr(self, names.texts);
     const Ref text = steal(PyObject_GetItem(texts.get(), attr(claim, names.path).get()));
     const Ref start = attr(claim, names.start);
-    return call(cut, text, start, attr(claim, names.end));
+    const Ref end = attr(claim, names.end);
+    if (genuine::is_cited_lines(module, cut)) return cut_lines(module, text, start, end, cursor);
+    return call(cut, text, start, end);
+}
+
+Ref passage(Module& module, Borrowed self, Borrowed claim) {
+    PassageCursor cursor;
+    return passage_from(module, self, claim, cursor);
 }
 
 constexpr py::Parameter passage_parameters[] = {{"self"}, {"claim", "CitedClaim"}};
@@ -113,6 +128,14 @@ const py::FunctionRow cited_lines_row = {
     "Lines ``start``-``end`` (1-based) of a file's text, cut at the passage limit.",
     py::native<cited_lines>,
 };
+
+Ref passage_of(Module& module, Borrowed sources, Borrowed claim, PassageCursor& cursor) {
+    const Ref method = attr(sources, module.names.passage);
+    if (PyMethod_Check(method.get()) && genuine::is_passage(module, PyMethod_GET_FUNCTION(method.get()))) {
+        return passage_from(module, PyMethod_GET_SELF(method.get()), claim, cursor);
+    }
+    return call(method, claim);
+}
 
 Ref make_cited_sources_class(Module& module) {
     const py::ClassBody body(

@@ -36,6 +36,8 @@
     X(sentence_end) \
     X(prose_blocks) \
     X(claim_text) \
+    X(cited_lines) \
+    X(passage) \
     X(re_module) \
     X(re_sub)
 
@@ -50,7 +52,8 @@ struct Module {
     CITATION_CHECK_KEPT(CITATION_CHECK_FIELD)
 #undef CITATION_CHECK_FIELD
     // The classes whose every change is noticed.
-    ClassGuard claim_guard;
+    ClassGuard cited_claim_guard;
+    ClassGuard checked_claim_guard;
     ClassGuard path_guard;
 
     // The value that a module-level name has now: the namespace's, else the interpreter's builtin. NameError with
@@ -70,7 +73,7 @@ struct Module {
     void release_names();
 
   private:
-    std::array<ClassGuard*, 2> guards() { return {&claim_guard, &path_guard}; }
+    std::array<ClassGuard*, 3> guards() { return {&cited_claim_guard, &checked_claim_guard, &path_guard}; }
 };
 
 // Keeps `object` in a field of the module's list above.

@@ -164,10 +164,12 @@ bool is_blank(Borrowed text) {
     });
 }
 
-Ref cut_lines(Borrowed text, std::size_t first, std::size_t stop, std::size_t limit) {
+Ref cut_lines(Borrowed text, std::size_t first, std::size_t stop, std::size_t limit, LineStart& known) {
     return visit(text, [&](auto characters) {
-        const std::size_t from = find_line(characters, first);
-        if (first >= stop || limit == 0 || from == characters.size()) return slice(text, 0, 0);
+        const std::size_t from = known.offset + find_line(characters.subspan(known.offset), first - known.line);
+        if (from == characters.size()) return slice(text, 0, 0);
+        known = {first, from};
+        if (first >= stop || limit == 0) return slice(text, 0, 0);
         if (const auto end = find_end(characters, from, stop - first, limit)) return slice(text, from, *end);
         const auto joined = join_lines(characters, from, stop - first, limit);
         return make(std::span(joined));

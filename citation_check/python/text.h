@@ -56,7 +56,14 @@ Ref strip(Borrowed text);
 // Whether `text.strip()` is empty.
 bool is_blank(Borrowed text);
 
-// `"\n".join(text.splitlines()[first:stop])[:limit]`, without cutting the rest of the text into lines.
-Ref cut_lines(Borrowed text, std::size_t first, std::size_t stop, std::size_t limit);
+// The beginning of a line of a text: a place to count further lines from.
+struct LineStart {
+    std::size_t line = 0;
+    std::size_t offset = 0;
+};
+
+// `"\n".join(text.splitlines()[first:stop])[:limit]`, without cutting the rest of the text into lines. Counts from
+// `known`, which is not behind line `first`, and leaves there where line `first` begins when there is one.
+Ref cut_lines(Borrowed text, std::size_t first, std::size_t stop, std::size_t limit, LineStart& known);
 
 }  // namespace py::text
