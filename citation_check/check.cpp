@@ -67,7 +67,7 @@ void report_failure(Module& module, Borrowed self, const py::Handled& error) {
     const auto& names = module.names;
     const Ref kind = py::format(attr(reinterpret_cast<PyObject*>(error.value().type()), names.name_dunder));
     const Ref message = py::format(error.value());
-    const Ref text = steal(PyUnicode_FromFormat("%U: %U", kind.get(), message.get()));
+    const Ref text = py::join(names.empty, kind, names.colon, message);
     set_attr(self, names.failure, py::prefix(text, module.global(names.FAILURE_CHARS)));
     const Ref warning = attr(module.global(names.logger), names.warning);
     py::call_with(warning, module.keywords_exc_info, steal(PyUnicode_FromString(failure_message)), Py_True);

@@ -33,7 +33,7 @@ Ref detail(Module& module, Borrowed claim, Borrowed wording) {
     const Ref said = format(wording);
     const Ref sentence = attr(claim, names.claim);
     const Ref quoted = format(py::prefix(sentence, module.global(names.DETAIL_CLAIM_CHARS)));
-    return steal(PyUnicode_FromFormat("%U %U: \"%U\"", ref.get(), said.get(), quoted.get()));
+    return py::join(names.empty, ref, names.space, said, names.quotation, quoted, names.closing_quote);
 }
 
 Ref findings(Module& module, Borrowed self, Borrowed page_id) {
@@ -58,7 +58,7 @@ Ref warnings(Module& module, Borrowed self) {
     while (const Ref finding = found.next()) {
         const Ref kind = format(steal(PyObject_GetItem(finding.get(), names.kind)));
         const Ref text = format(steal(PyObject_GetItem(finding.get(), names.detail)));
-        py::append(out, steal(PyUnicode_FromFormat("%U: %U", kind.get(), text.get())));
+        py::append(out, py::join(names.empty, kind, names.colon, text));
     }
     return out;
 }

@@ -30,9 +30,9 @@ Ref ref(Module& module, Borrowed self) {
     const bool one_line = compare(start, end, Py_EQ);
     const Ref path = format(attr(self, names.path));
     const Ref first = format(start);
-    if (one_line) return steal(PyUnicode_FromFormat("[%U:L%U]", path.get(), first.get()));
-    const Ref last = format(end);
-    return steal(PyUnicode_FromFormat("[%U:L%U-L%U]", path.get(), first.get(), last.get()));
+    if (one_line) return py::join(names.empty, names.bracket, path, names.first_line, first, names.closing_bracket);
+    return py::join(names.empty, names.bracket, path, names.first_line, first, names.last_line, format(end),
+                    names.closing_bracket);
 }
 
 constexpr py::Parameter self_only[] = {{"self"}};

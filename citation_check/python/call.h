@@ -109,6 +109,12 @@ Ref tuple_of(const Values&... values) {
     return steal(PyTuple_Pack(sizeof...(values), Borrowed(values).get()...));
 }
 
+// `separator.join(parts)`; with an empty separator, what an f-string makes of them, in no more memory than that.
+template <class... Parts>
+Ref join(Borrowed separator, const Parts&... parts) {
+    return steal(PyUnicode_Join(separator.get(), tuple_of(parts...).get()));
+}
+
 inline Ref new_list() { return steal(PyList_New(0)); }
 inline Ref new_dict() { return steal(PyDict_New()); }
 

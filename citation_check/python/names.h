@@ -132,6 +132,13 @@
     X(empty, "") \
     X(line_feed, "\n") \
     X(space, " ") \
+    X(bracket, "[") \
+    X(first_line, ":L") \
+    X(last_line, "-L") \
+    X(closing_bracket, "]") \
+    X(colon, ": ") \
+    X(quotation, ": \"") \
+    X(closing_quote, "\"") \
     X(space_before_mark, "\\s+([.,;:!?])") \
     X(first_group, "\\1") \
     X(space_run, "\\s{2,}") \
