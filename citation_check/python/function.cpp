@@ -8,6 +8,7 @@
 
 #include "bind.h"
 #include "code.h"
+#include "heap_type.h"
 
 namespace py {
 
@@ -319,6 +320,6 @@ Ref make_function(Module& module, const FunctionRow& row, PyObject* cells) {
     return made;
 }
 
-Ref make_function_type(PyObject* module) { return steal(PyType_FromModuleAndSpec(module, &type_spec, nullptr)); }
+Ref make_function_type(PyObject* module) { return make_type(module, type_spec); }
 
 }  // namespace py

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "code.h"
+#include "heap_type.h"
 
 namespace py {
 
@@ -275,6 +276,6 @@ Ref make_generator(Module& module, const FunctionRow& row, std::unique_ptr<Steps
     return made;
 }
 
-Ref make_generator_type(PyObject* module) { return steal(PyType_FromModuleAndSpec(module, &type_spec, nullptr)); }
+Ref make_generator_type(PyObject* module) { return make_type(module, type_spec); }
 
 }  // namespace py
