@@ -1,0 +1,116 @@
+"""Every name is read from the module's namespace at the moment of its use, and may hold anything."""
+
+from types import SimpleNamespace
+
+import pytest
+from drive import roads
+from support import Poison, Text, agree, fail, outcome
+
+READ = """logger re threading ThreadPoolExecutor CITATION_QUESTION_VERSION citation_answer citation_request
+_norm source_consented _CITATION_RE citation_key _FENCE_RE _PASSAGE_CHARS _CLAIM_MIN_CHARS _SENTENCE_END_RE
+_LIST_MARK_RE CitedClaim CheckedClaim _VERDICT_FINDINGS _DETAIL_CLAIM_CHARS _FAILURE_CHARS CitationCheck
+_prose_blocks _claim_text cited_claims cited_lines CitedSources check_citations CitationChecker""".split()
+UNREAD = "annotations logging Callable Iterator Mapping dataclass field Path Any CitationAnswer".split()
+
+
+def driven(one, repo, change):
+    """What every road comes to once `change` was made to the module."""
+    namespace, prepared = dict(vars(one)), roads(one, repo)
+    change(one)
+    outcomes = {name: outcome(road) for name, road in prepared}
+    vars(one).update(namespace)
+    return outcomes
+
+
+@pytest.mark.parametrize("name", READ)
+def test_names_that_are_read(both, repo, name):
+    deleted = agree(both, lambda one: driven(one, repo, lambda one: delattr(one, name)))
+    assert f"NameError: name {name!r} is not defined" in deleted.replace("\\'", "'")
+    assert "Used: " in agree(both, lambda one: driven(one, repo, lambda one: setattr(one, name, Poison())))
+
+
+def test_other_names(both, repo):
+    whole = agree(both, lambda one: driven(one, repo, lambda _one: None))
+    for name in UNREAD:
+        assert agree(both, lambda one: driven(one, repo, lambda one: delattr(one, name))) == whole
+
+
+def test_name_error_has_its_name(module):
+    del module._PASSAGE_CHARS
+    with pytest.raises(NameError) as raised:
+        module.cited_lines("text", 1, 1)
+    assert raised.value.name == "_PASSAGE_CHARS"
+
+
+class Index(int):
+    def __index__(self):
+        return fail() if self else 0
+
+
+class Always(tuple):
+    __eq__ = __ne__ = lambda _self, _other: True
+
+
+class Undecided:
+    __bool__ = fail
+
+
+class TrueOnce:
+    def __bool__(self):
+        self.asked = not vars(self).get("asked")
+        return self.asked
+
+
+def swapped(self, claim, path, start, end):
+    vars(self).update(claim=path, path=claim, start=end, end=start)
+
+
+def pool(**methods):
+    """A pool's class with these special methods only; what the instance has does not count."""
+    made = type("Odd", (), {f"__{name}__": method for name, method in methods.items()})()
+    made.__enter__ = made.__exit__ = print
+    return lambda **_named: made
+
+
+def pattern(result):
+    return SimpleNamespace(match=result, sub=result, finditer=result, split=result)
+
+
+LIMITS = None, 0, -3, 12.5, 13, 10**30, -(10**30), "12", True, Index(0), Index(1), Undecided()
+ODD = [fail, int, lambda *_two: TrueOnce(), lambda *_two: Undecided(), lambda *two: [Text(two[-1])]]
+PATTERNS = [None, *map(pattern, ODD)]
+VALUES = {
+    **dict.fromkeys(["_PASSAGE_CHARS", "_CLAIM_MIN_CHARS", "_DETAIL_CLAIM_CHARS", "_FAILURE_CHARS"], LIMITS),
+    **dict.fromkeys(["_FENCE_RE", "_LIST_MARK_RE", "_CITATION_RE", "_SENTENCE_END_RE"], PATTERNS),
+    "_VERDICT_FINDINGS": [None, {}, *({"contradicts": made} for made in ("abc", [1, 2], (1, [], {}), (), 5))],
+    "_prose_blocks": [lambda _page: None, lambda _page: ["Reads files [a:L1].", 7], lambda _page: fail()],
+    "_claim_text": [lambda _text: [0] * 12, lambda _text: 12, lambda _text: Text("Claims again")],
+    "_norm": [lambda path: [path], Text, fail, lambda _path: "/etc/passwd", lambda _path: "a\x00"],
+    "citation_key": [lambda _match, key=key: key for key in (
+        ["src/app.py", 1, 2], ("a", 1), ("a", 1, 2, 3), "ab", "abcd", None, ("a", "1", 2), ("a", 1.0, 2))],
+    "citation_request": [lambda *_two, made=made: made for made in ((1,), "abc", None, 7, (((), "a"), 2))],
+    "citation_answer": [lambda _result: None, lambda _result: SimpleNamespace(verdict=[]), fail],
+    "source_consented": [lambda _client: 0, lambda _client: Undecided(), fail],
+    "CITATION_QUESTION_VERSION": [None, []],
+    "ThreadPoolExecutor": [pool(), pool(enter=id), pool(exit=print), pool(enter=fail, exit=print),
+                           pool(enter=id, exit=fail)],
+    "cited_claims": [lambda _page: None, lambda _page: [None], lambda _page: (), fail],
+    "cited_lines": [lambda *_three: None, lambda *_three: b"bytes", lambda *_three: Text("lines"), fail],
+    "check_citations": [lambda *_three, **_two: None, lambda *_three, **_two: 7],
+    "CitedClaim": [lambda *values: values, lambda *values: Always(values), lambda *_four: float("nan"), None],
+    "CitedClaim.__eq__": [lambda *_two: False, lambda *_two: NotImplemented, lambda *_two: Undecided(), fail],
+    "CitedClaim.__init__": [swapped, fail], "CitedClaim.__new__": [lambda *_values: "text"],
+    "CitedClaim.__getattribute__": [fail], "CitedClaim.__setattr__": [lambda *_three: None],
+    "CitedClaim.ref": [7], "CitedSources.passage": [lambda *_two: None, fail],
+    "CitationCheck.findings": [print, lambda *_two: [{}], lambda *two: [dict(kind=two, detail=2)]],
+    "CitationChecker.enabled": [lambda *_three: None, lambda *_three: 7], "CitationChecker._failed": [True],
+}
+
+
+@pytest.mark.parametrize("name, value", [(name, value) for name in VALUES for value in VALUES[name]])
+def test_names_may_hold_anything(both, repo, name, value):
+    def change(one):
+        *owner, attribute = name.split(".")
+        setattr(getattr(one, owner[0]) if owner else one, attribute, value)
+
+    agree(both, lambda one: driven(one, repo, change))
