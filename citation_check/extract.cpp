@@ -105,6 +105,14 @@ class Sentences {
     std::optional<py::Iteration> given_;
 };
 
+// `len(claim) < limit`
+bool is_shorter(Borrowed claim, Borrowed limit) {
+    const Py_ssize_t length = py::length(claim);
+    int overflow = 1;
+    const long plain = PyLong_CheckExact(limit.get()) ? PyLong_AsLongAndOverflow(limit.get(), &overflow) : 0;
+    return overflow == 0 ? length < plain : compare(py::integer(length), limit, Py_LT);
+}
+
 // `match.span()`
 scan::Span span_of(const Module& module, Borrowed match) {
     const auto [begin, end] = py::unpack<2>(call(module.match_span, match));
@@ -121,7 +129,7 @@ class Extraction {
         const auto& names = module_.names;
         host::find_citations(module_, sentence, citations_);
         const Ref claim = citations_.matches.empty() ? py::borrow(names.empty) : claim_of(sentence);
-        if (compare(py::integer(py::length(claim)), module_.global(names.CLAIM_MIN_CHARS), Py_LT)) return;
+        if (is_shorter(claim, module_.global(names.CLAIM_MIN_CHARS))) return;
         for (const Ref& match : citations_.matches) {
             const auto [path, start, end] = host::citation_key(module_, match);
             const Ref cited_claim = module_.global(names.CitedClaim);

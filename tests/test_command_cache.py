@@ -107,7 +107,7 @@ def test_a_second_lint_asks_nothing(repo: Path, tmp_path: Path) -> None:
     assert (first.returncode, second.returncode, dry.returncode) == (1, 1, 0)
     assert first.stdout.replace("9 questions asked", "0 questions asked") == second.stdout
     assert dry.stdout.endswith("0 questions to ask, of about 0 input tokens\n")
-    assert len(server.requests) == 9
+    assert len(server.sentences) == 9
 
 
 def test_two_processes_share_a_cache(repo: Path, tmp_path: Path) -> None:

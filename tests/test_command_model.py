@@ -10,12 +10,11 @@ import pytest
 
 from quenlow.engines.decision import citation_request
 from quenlow.engines.model import DecisionError
-from wiki_command import completion, model_server, says, wiki, write_wiki
+from wiki_command import Respond, completion, model_server, says, wiki, write_wiki
 
 chat_model = pytest.importorskip("quenlow.engines.chat_model")
 
 STATE, QUESTIONS = citation_request("A sentence \ud800 of words.", 'say "contradicts"')
-Respond = Callable[[BaseHTTPRequestHandler], None]
 
 
 def ask(url: str, should_stop: Callable[[], bool] = lambda: False) -> str:
@@ -23,11 +22,11 @@ def ask(url: str, should_stop: Callable[[], bool] = lambda: False) -> str:
     return model.answer(STATE, QUESTIONS, should_stop)["citation"]
 
 
-def hang(handler: BaseHTTPRequestHandler) -> None:
+def hang(handler: BaseHTTPRequestHandler, _sentence: str) -> None:
     threading.Event().wait(0.8)
 
 
-def trickle(handler: BaseHTTPRequestHandler) -> None:
+def trickle(handler: BaseHTTPRequestHandler, _sentence: str) -> None:
     handler.send_response(200)
     handler.end_headers()
     for _ in range(20):
@@ -35,13 +34,13 @@ def trickle(handler: BaseHTTPRequestHandler) -> None:
         time.sleep(0.05)
 
 
-def hang_up(handler: BaseHTTPRequestHandler) -> None:
+def hang_up(handler: BaseHTTPRequestHandler, _sentence: str) -> None:
     handler.connection.close()
 
 
 def in_turn(*responses: Respond) -> Respond:
     turns = iter(responses)
-    return lambda handler: next(turns)(handler)
+    return lambda handler, sentence: next(turns)(handler, sentence)
 
 
 GOOD = says(completion("supports"))
@@ -60,7 +59,7 @@ def test_a_verdict_is_had(respond: Respond, verdict: str) -> None:
     with model_server(respond) as server:
         assert ask(server.url) == verdict
     assert server.keys == {"Bearer sesame"}
-    assert server.asked()[0] == STATE[0][1]
+    assert server.sentences[0] == STATE[0][1]
 
 
 @pytest.mark.parametrize(
@@ -83,7 +82,7 @@ def test_a_verdict_is_had(respond: Respond, verdict: str) -> None:
 def test_no_verdict_is_a_decision_error(respond: Respond, attempts: int, message: str) -> None:
     with model_server(respond) as server, pytest.raises(DecisionError, match=message):
         ask(server.url)
-    assert len(server.requests) == attempts
+    assert len(server.sentences) == attempts
 
 
 def test_nobody_there() -> None:
@@ -96,8 +95,8 @@ def test_nobody_there() -> None:
 def test_a_stopped_run_retries_no_more() -> None:
     with model_server(says(b"busy", 503)) as server:
         with pytest.raises(DecisionError, match="asked to stop"):
-            chat_model.ChatModel(server.url, "small", pause=60).answer(STATE, QUESTIONS, lambda: bool(server.requests))
-    assert len(server.requests) == 1
+            chat_model.ChatModel(server.url, "small", pause=60).answer(STATE, QUESTIONS, lambda: bool(server.sentences))
+    assert len(server.sentences) == 1
 
 
 @pytest.mark.parametrize("url", ["localhost:80", "ftp://host", "http://", "http://[::1"])

@@ -6,7 +6,7 @@ import subprocess
 import sys
 import threading
 from collections.abc import Callable, Iterator
-from contextlib import contextmanager
+from contextlib import contextmanager, suppress
 from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
 from pathlib import Path
 from typing import Any
@@ -36,30 +36,31 @@ def completion(content: object) -> bytes:
     return json.dumps({"choices": [{"message": {"content": content}}]}).encode()
 
 
-class ModelServer:
-    """Answers each question as `respond` says; counts what it was asked."""
+Respond = Callable[[BaseHTTPRequestHandler, str], None]
 
-    def __init__(self, respond: Callable[[BaseHTTPRequestHandler], None]) -> None:
+
+class ModelServer:
+    """Answers the question about a sentence as `respond` says."""
+
+    def __init__(self, respond: Respond) -> None:
         self.respond = respond
-        self.requests: list[dict[str, Any]] = []
+        self.sentences: list[str] = []
         self.keys: set[str | None] = set()
         self.url = ""
 
-    def asked(self) -> list[str]:
-        """The sentences that were asked about."""
-        return [json.loads(each["messages"][1]["content"])["texts"]["sentence"] for each in self.requests]
-
 
 @contextmanager
-def model_server(respond: Callable[[BaseHTTPRequestHandler], None]) -> Iterator[ModelServer]:
+def model_server(respond: Respond) -> Iterator[ModelServer]:
     server = ModelServer(respond)
 
     class Handler(BaseHTTPRequestHandler):
         def do_POST(self) -> None:
-            body = self.rfile.read(int(self.headers["Content-Length"]))
+            request = json.loads(self.rfile.read(int(self.headers["Content-Length"])))
+            sentence = json.loads(request["messages"][1]["content"])["texts"]["sentence"]
             server.keys.add(self.headers["Authorization"])
-            server.requests.append(json.loads(body))
-            server.respond(self)
+            server.sentences.append(sentence)
+            with suppress(ConnectionError):
+                server.respond(self, sentence)
 
         def log_message(self, *_arguments: object) -> None:
             pass
@@ -72,8 +73,8 @@ def model_server(respond: Callable[[BaseHTTPRequestHandler], None]) -> Iterator[
         http.shutdown()
 
 
-def says(body: bytes, status: int = 200) -> Callable[[BaseHTTPRequestHandler], None]:
-    def respond(handler: BaseHTTPRequestHandler) -> None:
+def says(body: bytes, status: int = 200) -> Respond:
+    def respond(handler: BaseHTTPRequestHandler, _sentence: str) -> None:
         handler.send_response(status)
         handler.send_header("Content-Length", str(len(body)))
         handler.end_headers()

@@ -17,8 +17,12 @@ namespace {
 
 }  // namespace
 
-Ref Module::global(PyObject* name) const {
-    if (PyObject* value = PyDict_GetItemWithError(globals, name)) return borrow(value);
+Ref Module::look_up(const Name& name) const {
+    if (PyObject* value = PyDict_GetItemWithError(globals, name)) {
+        name.value = value;
+        name.version = reinterpret_cast<PyDictObject*>(globals)->ma_version_tag;
+        return borrow(value);
+    }
     if (!PyErr_Occurred() && builtins != nullptr) {
         if (PyObject* value = PyDict_GetItemWithError(builtins, name)) return borrow(value);
     }
@@ -32,7 +36,7 @@ Module& Module::initialise(PyObject* module) {
     Module& state = of(module);
     state.self = module;
     state.globals = PyModule_GetDict(module);
-#define CITATION_CHECK_INTERN(field, text) state.names.field = steal(PyUnicode_InternFromString(text)).release();
+#define CITATION_CHECK_INTERN(field, text) state.names.field.object = steal(PyUnicode_InternFromString(text)).release();
     CITATION_CHECK_NAMES(CITATION_CHECK_INTERN)
 #undef CITATION_CHECK_INTERN
     return state;
@@ -63,7 +67,7 @@ void Module::clear() {
 
 // Apart from `clear`: strings are in no cycle, and a function may still run between the clearing and its own end.
 void Module::release_names() {
-#define CITATION_CHECK_CLEAR(field, text) Py_CLEAR(names.field);
+#define CITATION_CHECK_CLEAR(field, text) Py_CLEAR(names.field.object);
     CITATION_CHECK_NAMES(CITATION_CHECK_CLEAR)
 #undef CITATION_CHECK_CLEAR
 }

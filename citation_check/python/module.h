@@ -58,7 +58,11 @@ struct Module {
 
     // The value that a module-level name has now: the namespace's, else the interpreter's builtin. NameError with
     // the interpreter's wording when there is neither. Looked up at each use, so a rebound name counts at once.
-    Ref global(PyObject* name) const;
+    Ref global(const Name& name) const {
+        // Whatever changes a dictionary gives it a new version before it releases or runs anything.
+        const auto version = reinterpret_cast<PyDictObject*>(globals)->ma_version_tag;
+        return name.version == version ? borrow(name.value) : look_up(name);
+    }
 
     // Binds a module-level name.
     void bind(PyObject* name, Borrowed value) const;
@@ -73,6 +77,8 @@ struct Module {
     void release_names();
 
   private:
+    Ref look_up(const Name& name) const;
+
     std::array<ClassGuard*, 3> guards() { return {&cited_claim_guard, &checked_claim_guard, &path_guard}; }
 };
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+
 #include "object.h"
 
 // Every interned name and fixed text that C++ hands to the interpreter: one line each, and the field, its making and
@@ -158,8 +160,17 @@
 
 namespace py {
 
+// An interned name, and what the namespace gave for it at one version of the namespace.
+struct Name {
+    PyObject* object;
+    mutable std::uint64_t version;  // 0: nothing is known
+    mutable PyObject* value;        // borrowed from the namespace; alive while that has this version
+
+    operator PyObject*() const { return object; }
+};
+
 struct Names {
-#define CITATION_CHECK_FIELD(field, text) PyObject* field;
+#define CITATION_CHECK_FIELD(field, text) Name field;
     CITATION_CHECK_NAMES(CITATION_CHECK_FIELD)
 #undef CITATION_CHECK_FIELD
 };

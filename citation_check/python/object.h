@@ -3,6 +3,7 @@
 #define PY_SSIZE_T_CLEAN
 #include <Python.h>
 
+#include <concepts>
 #include <utility>
 
 namespace py {
@@ -13,7 +14,9 @@ struct Error {};
 // A plain view of an object that somebody else keeps alive; never empty unless said so.
 class Borrowed {
   public:
-    Borrowed(PyObject* object) noexcept : object_(object) {}
+    // From a plain pointer, or from what stands for one.
+    template <std::convertible_to<PyObject*> Object>
+    Borrowed(const Object& object) noexcept : object_(object) {}
 
     PyObject* get() const noexcept { return object_; }
     PyTypeObject* type() const noexcept { return Py_TYPE(object_); }

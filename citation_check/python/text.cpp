@@ -89,7 +89,7 @@ std::size_t count_line_ends(std::span<const Character> stretch) {
 template <class Character>
 std::size_t find_line(std::span<const Character> text, std::size_t line) {
     std::size_t at = 0;
-    for (const std::size_t step : {256, 16}) {
+    for (const std::size_t step : {std::size_t{256}, std::size_t{16}}) {
         while (at + step < text.size()) {
             const std::size_t ends = count_line_ends(text.subspan(at, step));
             if (ends >= line) break;
