@@ -11,4 +11,8 @@ Ref make_code(Module& module, const FunctionRow& row);
 // The tuple of a row's parameter names, interned.
 Ref parameter_names(const FunctionRow& row);
 
+// After a failure of `row`: one that starts in native code gets its entry in the traceback, one that passes through has
+// its own.
+void trace_failure(const FunctionRow& row) noexcept;
+
 }  // namespace py

@@ -55,7 +55,7 @@ Ref run(FunctionObject& function, PyObject* const* arguments, std::size_t count,
     }
     const Closure cells(function.fields[closure]);
     if (keywords == nullptr && count == row.parameters.size() && positional_count(row) == count) {
-        return row.body(*function.module, {arguments, cells});
+        return row.body.enter(*function.module, {arguments, cells});
     }
     // What the binding uses may be replaced by the code that it runs.
     const Ref held = steal(
@@ -64,17 +64,19 @@ Ref run(FunctionObject& function, PyObject* const* arguments, std::size_t count,
                               positional_count(row),           row.parameters.size() - positional_count(row),
                               function.fields[defaults],       function.fields[keyword_defaults]};
     const BoundArguments bound(signature, arguments, count, keywords);
-    return row.body(*function.module, {bound.values(), cells});
+    return row.body.enter(*function.module, {bound.values(), cells});
 }
 
 PyObject* call_function(PyObject* self, PyObject* const* arguments, std::size_t flagged_count,
                         PyObject* keywords) noexcept {
     const Ref alive = borrow(self);
     const auto count = static_cast<std::size_t>(PyVectorcall_NARGS(flagged_count));
-    return guarded([&] {
+    PyObject* const result = guarded([&] {
         const RecursionDepth depth;
         return run(as_function(self), arguments, count, keywords);
     });
+    if (result == nullptr) trace_failure(*as_function(self).row);
+    return result;
 }
 
 PyObject* bind_method(PyObject* self, PyObject* instance, PyObject* /*owner*/) noexcept {

@@ -40,6 +40,16 @@ struct Arguments {
 
 using Body = Ref (*)(Module&, const Arguments&);
 
+// A body, and the place in the sources where a row names it: tracebacks and code objects tell it.
+struct PlacedBody {
+    constexpr PlacedBody(Body body, const char* file = __builtin_FILE(), int line = __builtin_LINE())
+        : enter(body), file(file), line(line) {}
+
+    Body enter;
+    const char* file;
+    int line;
+};
+
 // One native function: everything that it shows, and its body.
 struct FunctionRow {
     const char* name;
@@ -47,7 +57,7 @@ struct FunctionRow {
     std::span<const Parameter> parameters;  // the keyword-only ones last
     const char* returns;
     const char* doc;  // nullptr: `__doc__` is None
-    Body body;
+    PlacedBody body;
     int code_flags = 0;  // of its code object, besides those of every function
 };
 

@@ -67,6 +67,7 @@ Ref resume(GeneratorObject& generator) {
         return value;
     } catch (...) {
         set_error_from_exception();
+        trace_failure(*generator.row);
         finish_with_error(generator);
         throw Error{};
     }
