@@ -57,12 +57,15 @@ Ref run(FunctionObject& function, PyObject* const* arguments, std::size_t count,
     if (keywords == nullptr && count == row.parameters.size() && positional_count(row) == count) {
         return row.body.enter(*function.module, {arguments, cells});
     }
-    // What the binding uses may be replaced by the code that it runs.
-    const Ref held = steal(
-        PyTuple_Pack(2, function.fields[qualname], function.fields[defaults] ? function.fields[defaults] : Py_None));
-    const Signature signature{PyTuple_GET_ITEM(held.get(), 0), function.fields[parameters],
-                              positional_count(row),           row.parameters.size() - positional_count(row),
-                              function.fields[defaults],       function.fields[keyword_defaults]};
+    // A keyword's comparison may run code that replaces these.
+    const auto held = [&function](Field field) { return take(Py_XNewRef(function.fields[field])); };
+    const Ref held_name = held(qualname);
+    const Ref held_defaults = held(defaults);
+    const Ref held_keyword_defaults = held(keyword_defaults);
+    const std::size_t positional = positional_count(row);
+    const Signature signature{held_name,           function.fields[parameters],
+                              positional,          row.parameters.size() - positional,
+                              held_defaults.get(), held_keyword_defaults.get()};
     const BoundArguments bound(signature, arguments, count, keywords);
     return row.body.enter(*function.module, {bound.values(), cells});
 }
