@@ -32,6 +32,7 @@ NUMBERS = SMALL_NUMBERS + [2**31, 2**63 - 1, 2**63, -(2**63), 2**64, 10**30, -(1
 ODD_NUMBERS: list[Any] = [None, 1.0, 2.5, "3", float("nan"), []]
 LIMITS: list[Any] = [2200, 2200, 2200, 0, 1, 5, -3, None, True, 10**30, -(10**30), 2.5, "9"]
 OUTSIDE = "☠"
+DEPTH = "maximum recursion depth exceeded"
 VERDICTS: list[Any] = ["supports", "contradicts", "says_nothing", "other", "", None, 3, []]
 
 
@@ -54,14 +55,14 @@ class HostPath(type(Path())):
 def shown(value: object) -> object:
     """A value as data that compares equal for the two modules; what is no data shows by its type."""
     kind = type(value)
+    if kind is RecursionError or (kind is str and DEPTH in value):
+        return "RecursionError"  # its wording tells at which call the depth ran out
     if kind in (str, int, bool, float, bytes, type(None)):
         return kind.__name__, value
     if kind in (list, tuple):
         return kind.__name__, [shown(item) for item in value]
     if kind is dict:
         return [(shown(key), shown(item)) for key, item in value.items()]
-    if kind is RecursionError:
-        return "RecursionError"  # its wording tells at which call the depth ran out
     if isinstance(value, BaseException):
         return kind.__qualname__, str(value), getattr(value, "name", None), shown(value.__context__)
     if isinstance(value, (str, PurePath)):
