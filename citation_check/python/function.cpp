@@ -166,8 +166,6 @@ PyObject* get_class(PyObject* /*self*/, void* /*unused*/) noexcept {
     return Py_NewRef(reinterpret_cast<PyObject*>(&PyFunction_Type));
 }
 
-PyObject* get_call(PyObject* self, void* /*unused*/) noexcept { return Py_NewRef(self); }
-
 PyGetSetDef attributes[] = {
     {"__name__", get_field, set_field, nullptr, &name_rule},
     {"__qualname__", get_field, set_field, nullptr, &qualname_rule},
@@ -181,7 +179,6 @@ PyGetSetDef attributes[] = {
     {"__globals__", get_globals, nullptr, nullptr, nullptr},
     {"__builtins__", get_builtins, nullptr, nullptr, nullptr},
     {"__class__", get_class, nullptr, nullptr, nullptr},
-    {"__call__", get_call, nullptr, nullptr, nullptr},
     {"__dict__", PyObject_GenericGetDict, PyObject_GenericSetDict, nullptr, nullptr},
     {nullptr, nullptr, nullptr, nullptr, nullptr},
 };

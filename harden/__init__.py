@@ -1,0 +1,1 @@
+"""Hardening runs: what the module is put through beyond its tests."""
