@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "genuine.h"
+#include "python/number.h"
 #include "python/record.h"
 #include "python/text.h"
 
@@ -16,15 +17,6 @@ using py::steal;
 
 namespace {
 
-// The value of an exact integer that fits.
-std::optional<std::int64_t> plain_integer(Borrowed object) {
-    if (!PyLong_CheckExact(object.get())) return {};
-    int overflow = 0;
-    const long long value = PyLong_AsLongLongAndOverflow(object.get(), &overflow);
-    if (overflow != 0) return {};
-    return value;
-}
-
 constexpr std::uint64_t mix(std::uint64_t state, std::uint64_t value) {
     state = (state ^ value) * 0x9e3779b97f4a7c15U;
     return state ^ (state >> 32U);
@@ -33,8 +25,8 @@ constexpr std::uint64_t mix(std::uint64_t state, std::uint64_t value) {
 // A number that equal records share; none for a record whose values may compare in ways of their own.
 std::optional<std::uint64_t> fingerprint_of(Borrowed claim, Borrowed path, Borrowed start, Borrowed end) {
     if (!py::text::is_exact(claim) || !py::text::is_exact(path)) return {};
-    const auto first = plain_integer(start);
-    const auto last = plain_integer(end);
+    const auto first = py::plain_integer(start);
+    const auto last = py::plain_integer(end);
     if (!first || !last) return {};
     std::uint64_t state = static_cast<std::uint64_t>(py::hash(claim));
     state = mix(state, static_cast<std::uint64_t>(py::hash(path)));
@@ -60,7 +52,7 @@ void ClaimList::add(Borrowed cited_claim, Borrowed claim, Borrowed path, Borrowe
     if (all_plain_ && genuine::is_cited_claim(module_, cited_claim)) {
         const auto fingerprint = fingerprint_of(claim, path, start, end);
         if (fingerprint) {
-            if (plain_integer(start) < 1) return;
+            if (py::plain_integer(start) < 1) return;
             const auto& names = module_.names;
             const Ref record =
                 py::make_record(module_, cited_claim,

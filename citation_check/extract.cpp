@@ -6,6 +6,7 @@
 #include "extract_scan.h"
 #include "genuine.h"
 #include "host.h"
+#include "python/number.h"
 
 namespace citation_check {
 
@@ -108,9 +109,8 @@ class Sentences {
 // `len(claim) < limit`
 bool is_shorter(Borrowed claim, Borrowed limit) {
     const Py_ssize_t length = py::length(claim);
-    int overflow = 1;
-    const long plain = PyLong_CheckExact(limit.get()) ? PyLong_AsLongAndOverflow(limit.get(), &overflow) : 0;
-    return overflow == 0 ? length < plain : compare(py::integer(length), limit, Py_LT);
+    const auto plain = py::plain_integer(limit);
+    return plain ? length < *plain : compare(py::integer(length), limit, Py_LT);
 }
 
 // `match.span()`

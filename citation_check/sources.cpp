@@ -3,6 +3,7 @@
 #include <optional>
 
 #include "genuine.h"
+#include "python/number.h"
 #include "python/text.h"
 #include "sources_read.h"
 
@@ -20,13 +21,11 @@ namespace {
 
 // --- cited_lines ---------------------------------------------------------------------------------------------------
 
-// The value of an exact integer that is not negative and fits.
+// The value of an exact integer that counts something.
 std::optional<std::size_t> plain_count(Borrowed object) {
-    if (!PyLong_CheckExact(object.get())) return {};
-    const Py_ssize_t value = PyLong_AsSsize_t(object.get());
-    if (value >= 0) return static_cast<std::size_t>(value);
-    PyErr_Clear();
-    return {};
+    const auto value = py::plain_integer(object);
+    if (!value || *value < 0) return {};
+    return static_cast<std::size_t>(*value);
 }
 
 // The lines without cutting the rest of the text: for plain values, of which nobody can tell; empty for others.
