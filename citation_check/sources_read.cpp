@@ -26,7 +26,11 @@ class WithoutInterpreterLock {
     WithoutInterpreterLock() : state_(PyEval_SaveThread()) {}
     WithoutInterpreterLock(const WithoutInterpreterLock&) = delete;
     WithoutInterpreterLock& operator=(const WithoutInterpreterLock&) = delete;
-    ~WithoutInterpreterLock() { PyEval_RestoreThread(state_); }
+    ~WithoutInterpreterLock() noexcept(false) {
+        // Asking for the lock is where the interpreter ends a daemon thread.
+        if (_Py_IsFinalizing()) py::park_ended_thread();
+        PyEval_RestoreThread(state_);
+    }
 
   private:
     PyThreadState* state_;

@@ -34,6 +34,42 @@ def test_two_copies_share_nothing_and_both_go(imported, repo):
     assert [thing() for thing in gone if thing() is not None] == []
 
 
+def test_collector_sees_what_is_held(module):
+    blocks, text = module._prose_blocks("a\nb\n- c\n\nd"), type("Page", (str,), {})("a\n\nb")
+    unstarted, started = module._prose_blocks(text), module._prose_blocks(text)
+    next(blocks), next(started)
+    module.cited_lines.marker = [blocks]
+    for holder in (module, module.cited_lines, blocks, unstarted, started):
+        for held in gc.get_referents(holder):
+            assert any(holder is one for one in gc.get_referrers(held)), (holder, held)
+
+
+def test_dying_objects_tell_their_weak_references(imported):
+    told = []
+    for make in (lambda: imported._prose_blocks("a"), lambda: fresh(imported).cited_lines):
+        reference = weakref.ref(make(), told.append)
+        gc.collect()
+        assert told.pop() is reference and reference() is None
+
+
+def test_a_function_outlives_its_module_for_a_moment(imported):
+    class First:
+        """Told of its end when the collector has dealt with weak references, and has yet to clear anything."""
+
+        def __del__(self):
+            functions.append(weakref.ref(self.function))
+
+    told, functions, copy = [], [], fresh(imported)
+    # A code object is no matter of the collector's: it dies with the namespace, when the module is cleared.
+    copy.code, copy.first = compile("", "code", "exec"), First()
+    copy.first.function = copy.cited_lines
+    watch = weakref.ref(copy.code, lambda _watch: told.append(outcome(functions[0](), "text", 1, 1)))
+    del copy
+    gc.collect()
+    assert watch() is None
+    assert told == ["RuntimeError: cited_lines() was called after its module had been collected"]
+
+
 def test_a_function_keeps_its_module_usable(imported):
     lines = fresh(imported).cited_lines
     gc.collect()
@@ -48,3 +84,37 @@ def test_no_reference_grows(repo):
     drive = ["python3.11d", str(ROOT / "tests/drive.py"), str(repo), "5"]
     run = subprocess.run(drive, env=environment, capture_output=True, text=True)
     assert (run.stdout, run.stderr, run.returncode) == ("", "", 0)
+
+
+DAEMONS = """
+import sys, threading, time
+from pathlib import Path
+from quenlow.workers.wiki import citation_check as module
+
+class Pattern:
+    def finditer(self, _sentence):
+        inside.release()
+        while True:
+            time.sleep(0 if sys.argv[1] == "runs" else 60)
+
+def read():
+    sources = module.CitedSources(Path(sys.argv[2]))
+    inside.release()
+    while True:
+        sources._read("src/app.py")
+
+inside = threading.Semaphore(0)
+module._CITATION_RE = Pattern()
+road = read if sys.argv[1] == "reads" else lambda: module.cited_claims("Any sentence.")
+for _ in range(4):
+    threading.Thread(target=road, daemon=True).start()
+for _ in range(4):
+    inside.acquire()
+"""
+
+
+@pytest.mark.parametrize("how", ["runs", "waits", "reads"])
+def test_the_process_ends_while_daemon_threads_are_inside(repo, how):
+    environment = os.environ | {"PYTHONPATH": str(ROOT / "host")}
+    run = subprocess.run([sys.executable, "-c", DAEMONS, how, repo], env=environment, capture_output=True, text=True)
+    assert (run.returncode, run.stderr) == (0, "")

@@ -1,14 +1,23 @@
 #include "error.h"
 
+#include <cxxabi.h>
+#include <unistd.h>
+
 #include <exception>
 #include <new>
 #include <stdexcept>
 
 namespace py {
 
+void park_ended_thread() noexcept {
+    while (!PyGILState_Check()) pause();
+}
+
 void set_error_from_exception() noexcept {
     try {
         throw;
+    } catch (const abi::__forced_unwind&) {
+        park_ended_thread();
     } catch (const Error&) {
         if (!PyErr_Occurred()) PyErr_SetString(PyExc_SystemError, "an error was reported without an exception");
     } catch (const std::bad_alloc&) {

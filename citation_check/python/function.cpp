@@ -206,7 +206,7 @@ PyObject* represent(PyObject* self) noexcept {
 
 // --- life ----------------------------------------------------------------------------------------------------------
 
-int traverse(PyObject* self, visitproc visit, void* arg) noexcept {
+int traverse(PyObject* self, visitproc visit, void* arg) {
     Py_VISIT(Py_TYPE(self));
     Py_VISIT(as_function(self).dict);
     for (PyObject* field : as_function(self).fields) Py_VISIT(field);
@@ -214,7 +214,7 @@ int traverse(PyObject* self, visitproc visit, void* arg) noexcept {
 }
 
 // The module, the names and the parameters stay to the end: a function that is being collected can still be called.
-int clear(PyObject* self) noexcept {
+int clear(PyObject* self) {
     FunctionObject& function = as_function(self);
     Py_CLEAR(function.dict);
     for (const Field field : {module_name, doc, annotations, defaults, keyword_defaults, code}) {
@@ -223,7 +223,7 @@ int clear(PyObject* self) noexcept {
     return 0;
 }
 
-void deallocate(PyObject* self) noexcept {
+void deallocate(PyObject* self) {
     PyTypeObject* const type = Py_TYPE(self);
     PyObject_GC_UnTrack(self);
     if (as_function(self).weak_references != nullptr) PyObject_ClearWeakRefs(self);

@@ -185,18 +185,18 @@ PyObject* represent(PyObject* self) noexcept {
     return PyUnicode_FromFormat("<generator object %U at %p>", as_generator(self).qualname, self);
 }
 
-int traverse(PyObject* self, visitproc visit, void* arg) noexcept {
+int traverse(PyObject* self, visitproc visit, void* arg) {
     Py_VISIT(Py_TYPE(self));
     Py_VISIT(as_generator(self).module);
     return as_generator(self).steps ? as_generator(self).steps->visit(visit, arg) : 0;
 }
 
-int clear(PyObject* self) noexcept {
+int clear(PyObject* self) {
     finish(as_generator(self));
     return 0;
 }
 
-void deallocate(PyObject* self) noexcept {
+void deallocate(PyObject* self) {
     PyTypeObject* const type = Py_TYPE(self);
     PyObject_GC_UnTrack(self);
     GeneratorObject& generator = as_generator(self);

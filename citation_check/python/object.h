@@ -27,6 +27,11 @@ class Borrowed {
     PyObject* object_;
 };
 
+// While the interpreter is finalised: keeps a thread for ever that does not hold the interpreter's lock. The
+// interpreter ends such a thread, a daemon, by unwinding its stack, native frames included, where nothing may be
+// touched any more.
+void park_ended_thread() noexcept;
+
 // One owned reference, or empty. Move-only, so each reference is released exactly once.
 class Ref {
   public:
@@ -34,7 +39,11 @@ class Ref {
     Ref(Ref&& other) noexcept : object_(other.release()) {}
     Ref(const Ref&) = delete;
     Ref& operator=(const Ref&) = delete;
-    ~Ref() { Py_XDECREF(object_); }
+    ~Ref() {
+        if (object_ == nullptr) return;
+        if (_Py_IsFinalizing()) park_ended_thread();
+        Py_DECREF(object_);
+    }
 
     // The old object goes last: its release may run Python code that looks at this very Ref.
     Ref& operator=(Ref&& other) noexcept {
