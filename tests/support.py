@@ -29,6 +29,16 @@ def fail(*_given: object, **_named: object) -> Any:
     raise LookupError("failed")
 
 
+def odd(**methods: Any) -> type:
+    """A class with these special methods only."""
+    return type("Odd", (), {f"__{name}__": method for name, method in methods.items()})
+
+
+def odd_key(name: str) -> str:
+    """A string with the hash of `name` that cannot be compared."""
+    return type("Key", (str,), {"__eq__": fail, "__hash__": str.__hash__})(name)
+
+
 def traced(trace: list[Any], name: str, result: Callable[..., Any] = lambda *_: None) -> Callable[..., Any]:
     """A function that writes its calls down."""
     return lambda *given, **named: trace.append((name, given, named)) or result(*given)

@@ -1,11 +1,12 @@
 """Calls that fit no signature fail as those of a Python function do, word for word."""
 
+import _testcapi
 import inspect
 from itertools import chain, combinations
 from types import SimpleNamespace
 
 import pytest
-from support import Client, Text, agree, find, outcome
+from support import Client, Text, agree, find, odd_key, outcome
 from test_surface import FUNCTIONS
 
 
@@ -36,7 +37,19 @@ def test_wrong_calls(module, qualname):
 def changed_defaults(one):
     one.citation_lint_findings.__defaults__ = None
     one.check_citations.__kwdefaults__ = {"max_questions": 0, "budget": None}
-    return outcome(one.citation_lint_findings, None, {}, None), outcome(one.check_citations, None, "", None)
+    calls = [lambda: one.citation_lint_findings(None, {}, None), lambda: one.check_citations(None, "", None)]
+    yield list(map(outcome, calls))
+    for defaults in (None, {odd_key("budget"): 1}):
+        one.check_citations.__kwdefaults__ = defaults
+        yield outcome(calls[1])
+
+
+def test_recursion(both):
+    def road(one):
+        one._prose_blocks = one.cited_claims
+        return one.cited_claims("page")
+
+    assert agree(both, road).startswith("RecursionError: maximum recursion depth exceeded")
 
 
 @pytest.mark.parametrize("call", [
@@ -50,6 +63,7 @@ def changed_defaults(one):
     lambda one: setattr(one.CitationCheck(), "score", 1),
     lambda one: one.CitationCheckMixin("argument"),
     lambda one: one.cited_lines(**{1: "text"}),
+    lambda one: _testcapi.pyobject_vectorcall(one.cited_lines, ("text", 1, 1), (7,)),
     lambda one: one.cited_lines(*7),
     lambda one: one.cited_lines(**{Text("text"): "a", Text("start"): 1, "".join(["e", "nd"]): 1}),
     lambda one: one.cited_lines("a", 1, **{Text("bogus"): 1}),
@@ -57,7 +71,7 @@ def changed_defaults(one):
     lambda one: one.cited_lines.__call__("a", end=1, start=1),
     lambda one: one.citation_lint_findings(client=None, texts={}, repo_root=None, should_stop=None),
     lambda one: one.check_citations(max_questions=5, repo_root=one.Path(), markdown="", client=Client()),
-    changed_defaults,
+    lambda one: list(changed_defaults(one)),
 ])
 def test_calls_of_every_form(both, call):
     agree(both, call)

@@ -148,6 +148,20 @@ def test_tampered_checkers(both, repo, name):
     agree(both, lambda one: list(road(one)))
 
 
+def test_lock_that_swallows_exceptions(both, repo):
+    class FalseOnce:
+        def __bool__(self):
+            return fail() if vars(self).setdefault("asked", []) else bool(self.asked.append(1))
+
+    def road(one):
+        checker = one.CitationChecker(Client(fail), repo)
+        checker._failed = FalseOnce()
+        checker._lock = type("Lock", (), {name: lambda *_given: True for name in ("__enter__", "__exit__")})()
+        return checker.check(page("L1"))
+
+    assert agree(both, road).startswith("UnboundLocalError: cannot access local variable 'first'")
+
+
 def test_failed_run_keeps_no_exception(module, repo):
     def answer(_sentence):
         error = type("Refused", (Exception,), {})()

@@ -30,6 +30,12 @@ def test_claims(module, markdown, expected):
     assert module.cited_claims(markdown) == [module.CitedClaim(*values) for values in expected]
 
 
+def test_page_of_many_claims(both):
+    sentences = (f"Reads the files [a:L{number}] [b:L{number % 7}]." for number in [*range(70), *range(80)])
+    markdown = "\n\n".join(sentences)
+    assert agree(both, lambda one: one.cited_claims(markdown)).count("CitedClaim(") == 79 + 6
+
+
 @pytest.mark.parametrize("sentences", [
     "It reads the file.| Then it parses it.", "It calls foo(). then it stops.", "See `x`.| `y` follows.",
     "Done!| **Bold** next", "Version 1.2 is used.", "Ends here]|  Next", "Fine.|\xa0Next?|\x1c\u3000_Last_",
@@ -46,6 +52,7 @@ def test_sentences(module, sentences):
     ("  It calls  foo()\t, then stops !  ", "It calls foo(), then stops!"), ("A\tb", "A\tb"),
     ("A [a:L1] b[b:L0].", "A b."), ("A\u2028\u00a0b \x1f\x85; c \n ? ! . : ,d", "A b; c?!.:,d"),
     ("\x1c[a:L1]\x1d", ""), ("\ud800  \udc00 .", "\ud800 \udc00."), (Text("plain"), "plain"),
+    ("a  b\u20ac " * 999 + ".", "a b\u20ac " * 998 + "a b\u20ac."),
 ])
 def test_claim_text(module, sentence, text):
     assert module._claim_text(sentence) == text and type(module._claim_text(sentence)) is str

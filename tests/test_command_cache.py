@@ -2,49 +2,44 @@
 
 import shutil
 import sqlite3
-import subprocess
-from collections.abc import Callable
-from pathlib import Path
 
 import pytest
 
 from command.cache import AnswerCache
 from quenlow.engines.decision import DecisionClient, DecisionConfig, citation_request
 from quenlow.engines.model import DecisionError
-from wiki_command import COMMAND, ENVIRONMENT, completion, model_server, says, wiki, write_wiki
+from wiki_command import completion, model_server, says, start, wiki, write_wiki
 
 REQUEST = citation_request("A sentence of words.", "the lines")
 
 
 class Model:
-    def __init__(self, name: str = "one", *answers: str) -> None:
-        self.name = name
-        self.answers = list(answers)
+    def __init__(self, *answers, name="one"):
+        self.name, self.answers = name, list(answers)
 
-    def answer(self, *_arguments: object) -> dict[str, str]:
+    def answer(self, *_arguments):
         if not self.answers:
             raise DecisionError("no more answers")
         return {"citation": self.answers.pop(0)}
 
 
-def decide(cache: Path, model: Model, version: int = 1) -> str:
+def decide(cache, model, version=1):
     client = DecisionClient(DecisionConfig(), model, AnswerCache(cache))
     return client.decide(*REQUEST, question_version=version)["citation"]
 
 
-def test_only_successes_are_kept_by_version_model_and_question(tmp_path: Path) -> None:
-    for failing in (Model("one"), Model("one", "nonsense")):
+def test_only_successes_are_kept_by_version_model_and_question(tmp_path):
+    for failing in (Model(), Model("nonsense")):
         with pytest.raises(DecisionError):
             decide(tmp_path, failing)
-    assert decide(tmp_path, Model("one", "supports")) == "supports"
-    assert decide(tmp_path, Model("one")) == "supports"
-    assert decide(tmp_path, Model("two", "contradicts")) == "contradicts"
-    assert decide(tmp_path, Model("one", "says_nothing"), version=2) == "says_nothing"
-    assert decide(tmp_path, Model("one")) == "supports"
+    assert decide(tmp_path, Model("supports")) == "supports"
+    assert decide(tmp_path, Model("contradicts", name="two")) == "contradicts"
+    assert decide(tmp_path, Model("says_nothing"), version=2) == "says_nothing"
+    assert decide(tmp_path, Model()) == "supports"
 
 
-def spoil(at: int) -> Callable[[Path], None]:
-    def overwrite(file: Path) -> None:
+def spoil(at):
+    def overwrite(file):
         content = bytearray(file.read_bytes())
         content[at : at + 200] = b"\xa5" * 200
         file.write_bytes(content)
@@ -52,8 +47,8 @@ def spoil(at: int) -> Callable[[Path], None]:
     return overwrite
 
 
-def set_answer(answer: object) -> Callable[[Path], None]:
-    def update(file: Path) -> None:
+def set_answer(answer):
+    def update(file):
         with sqlite3.connect(file) as database:
             database.execute("UPDATE answers SET answer = ?", (answer,))
         database.close()
@@ -61,63 +56,60 @@ def set_answer(answer: object) -> Callable[[Path], None]:
     return update
 
 
-DAMAGE = {
-    "no database": lambda file: file.write_bytes(b"nothing of the sort" * 100),
-    "head": spoil(0),
-    "schema": spoil(100),
-    "table": spoil(4096),
-    "cut": lambda file: file.write_bytes(file.read_bytes()[:5000]),
-    "empty": lambda file: file.write_bytes(b""),
-    "another verdict": set_answer('{"citation": "maybe"}'),
-    "another type": set_answer(b"\x80\x04"),
-    "no JSON": set_answer("{"),
-    "no object": set_answer("[1]"),
-}
+def no_database(file):
+    file.write_bytes(b"nothing of the sort" * 100)
 
 
-@pytest.mark.parametrize("damage", DAMAGE.values(), ids=DAMAGE)
-def test_what_is_damaged_is_asked_again(
-    damage: Callable[[Path], None], tmp_path: Path, capsys: pytest.CaptureFixture[str]
-) -> None:
-    decide(tmp_path, Model("one", "supports"))
+@pytest.mark.parametrize("damage, fresh_start", [
+    (no_database, True), (spoil(0), True), (spoil(100), True), (spoil(4096), True),
+    (lambda file: file.write_bytes(file.read_bytes()[:5000]), True),
+    (lambda file: file.write_bytes(b""), False), (set_answer('{"citation": "maybe"}'), False),
+    (set_answer(b"\x80\x04"), False), (set_answer("{"), False), (set_answer("[1]"), False),
+])
+def test_what_is_damaged_is_asked_again(damage, fresh_start, tmp_path, capsys):
+    decide(tmp_path, Model("supports"))
     damage(tmp_path / "answers-1.sqlite")
-    assert decide(tmp_path, Model("one", "contradicts")) == "contradicts"
-    assert decide(tmp_path, Model("one")) == "contradicts"
+    assert decide(tmp_path, Model("contradicts")) == "contradicts"
+    assert decide(tmp_path, Model()) == "contradicts"
     complaints = capsys.readouterr().err.splitlines()
-    assert len(complaints) == (tmp_path / "answers-2.sqlite").exists()
-    assert all("of no use" in line for line in complaints)
+    assert ["are of no use" in line for line in complaints] == [True] * fresh_start
 
 
-@pytest.mark.parametrize("damage", [DAMAGE["no database"], DAMAGE["empty"], lambda file: shutil.rmtree(file.parent)])
-def test_damage_while_in_use(damage: Callable[[Path], None], tmp_path: Path) -> None:
-    client = DecisionClient(DecisionConfig(), Model("one", "supports", "contradicts"), AnswerCache(tmp_path / "c"))
+@pytest.mark.parametrize("damage", [
+    no_database, lambda file: file.write_bytes(b""), lambda file: shutil.rmtree(file.parent)])
+def test_damage_while_in_use(damage, tmp_path):
+    model = Model("supports", "contradicts")
+    client = DecisionClient(DecisionConfig(), model, AnswerCache(tmp_path / "cache"))
     client.decide(*REQUEST, question_version=1)
-    damage(tmp_path / "c/answers-1.sqlite")
-    assert [client.decide(*REQUEST, question_version=2)["citation"] for _ in "12"] == ["contradicts"] * 2
+    damage(tmp_path / "cache/answers-1.sqlite")
+    for _ in range(2):
+        assert client.decide(*REQUEST, question_version=2) == {"citation": "contradicts"}
 
 
-def test_a_second_lint_asks_nothing(repo: Path, tmp_path: Path) -> None:
-    lint = ["lint", write_wiki(tmp_path / "wiki", 3, 3), "--repo", repo, "--consent", "--cache", tmp_path / "cache"]
+@pytest.fixture
+def lint(repo, tmp_path):
+    pages = write_wiki(tmp_path / "wiki", 9, 3)
+    return ["lint", pages, "--repo", repo, "--consent", "--cache", tmp_path / "cache"]
+
+
+def test_a_second_lint_asks_nothing(lint):
     with model_server(says(completion("contradicts"))) as server:
         lint += ["--model-url", server.url, "--model", "small"]
         first = wiki(*lint)
         server.respond = says(b"", 500)
-        second = wiki(*lint)
+        again = wiki(*lint)
         dry = wiki(*lint, "--dry-run")
-    assert (first.returncode, second.returncode, dry.returncode) == (1, 1, 0)
-    assert first.stdout.replace("9 questions asked", "0 questions asked") == second.stdout
-    assert dry.stdout.endswith("0 questions to ask, of about 0 input tokens\n")
-    assert len(server.sentences) == 9
+    assert first[0] == 1 and "27 questions asked, 27 findings" in first[1] and len(server.sentences) == 27
+    assert again == (1, first[1].replace("27 questions", "0 questions"), "")
+    assert dry[0] == 0 and dry[1].endswith("at most 0 questions to ask, of about 0 input tokens\n")
 
 
-def test_two_processes_share_a_cache(repo: Path, tmp_path: Path) -> None:
-    lint = ["lint", write_wiki(tmp_path / "wiki", 20, 9), "--repo", repo, "--consent", "--cache", tmp_path / "cache"]
-    calls = [subprocess.Popen([*COMMAND, *map(str, lint)], env=ENVIRONMENT, stderr=subprocess.PIPE) for _ in "12"]
-    assert [call.communicate()[1] for call in calls] == [b"", b""]
-    assert "0 questions asked" in wiki(*lint).stdout
+def test_two_processes_share_a_cache(lint):
+    assert [running.communicate()[1] for running in (start(lint), start(lint))] == ["", ""]
+    assert "0 questions asked" in wiki(*lint)[1]
 
 
-def test_a_cache_that_cannot_be(repo: Path, tmp_path: Path) -> None:
-    (tmp_path / "file").touch()
-    run = wiki("lint", write_wiki(tmp_path / "wiki", 1), "--repo", repo, "--consent", "--cache", tmp_path / "file")
-    assert run.returncode == 2 and run.stderr.count("\n") == 1 and "no answers can be kept" in run.stderr
+def test_a_folder_that_cannot_be(lint, tmp_path):
+    (tmp_path / "cache").touch()
+    status, _, errors = wiki(*lint)
+    assert status == 2 and errors.count("\n") == 1 and "no answers can be kept" in errors

@@ -4,6 +4,7 @@ import gc
 import os
 import shutil
 import subprocess
+import sys
 import weakref
 from pathlib import Path
 

@@ -1,10 +1,17 @@
 """Every name is read from the module's namespace at the moment of its use, and may hold anything."""
 
-from types import SimpleNamespace
+import builtins
+import dataclasses
+import pathlib
+import re
+import sys
+from itertools import chain
+from pathlib import Path, PosixPath
+from types import ModuleType, SimpleNamespace
 
 import pytest
 from drive import roads
-from support import Poison, Text, agree, fail, outcome
+from support import Poison, Text, agree, fail, fresh, odd, odd_key, outcome
 
 READ = """logger re threading ThreadPoolExecutor CITATION_QUESTION_VERSION citation_answer citation_request
 _norm source_consented _CITATION_RE citation_key _FENCE_RE _PASSAGE_CHARS _CLAIM_MIN_CHARS _SENTENCE_END_RE
@@ -42,6 +49,72 @@ def test_name_error_has_its_name(module):
     assert raised.value.name == "_PASSAGE_CHARS"
 
 
+def test_builtins_stand_in(both, repo, monkeypatch):
+    for name in ("_norm", "CitedSources"):
+        monkeypatch.setattr(builtins, name, lambda value: Text(value), raising=False)
+        agree(both, lambda one: driven(one, repo, lambda one: delattr(one, name)))
+
+
+def test_name_that_compares_in_its_own_way(both):
+    def road(one):
+        vars(one)[odd_key("_norm")] = vars(one).pop("_norm")
+        return one.cited_claims("Reads files [a:L1].")
+
+    assert agree(both, road) == "LookupError: failed"
+
+
+compiled, joined, record = re.compile, PosixPath.__truediv__, dataclasses.dataclass
+
+
+def filled(module, names):
+    vars(module).update(names)
+    return module
+
+
+LIBRARY = [
+    lambda patched: patched.setattr(re, "compile", lambda pattern: compiled(f"(?:){pattern}")),
+    lambda patched: patched.setattr(re, "compile", lambda pattern: compiled(pattern.encode())),
+    lambda patched: patched.setattr(re, "compile", lambda pattern: SimpleNamespace(**dict.fromkeys(
+        ("match", "sub", "split"), lambda *given: list(given)))),
+    lambda patched: patched.setattr(re, "sub", lambda *given: given[-1]),
+    lambda patched: patched.setitem(sys.modules, "re", SimpleNamespace(**vars(re))),
+    lambda patched: patched.setitem(sys.modules, "re", filled(ModuleType("re"), vars(re))),
+    lambda patched: patched.setattr(pathlib, "Path", type("Path", (PosixPath,), {})),
+    lambda patched: patched.setattr(pathlib, "Path", print),
+    lambda patched: patched.setattr(Path, "read_text", lambda *_given, **_named: "line 1\nread"),
+    lambda patched: patched.setattr(Path, "__truediv__", lambda self, path: joined(self, path)),
+    lambda patched: patched.setattr(dataclasses, "dataclass", lambda *made, **_named: made[0] if made else record),
+]
+
+
+@pytest.mark.parametrize("change", LIBRARY)
+def test_import_with_a_library_that_was_replaced(both, repo, monkeypatch, change):
+    with monkeypatch.context() as patched:
+        change(patched)
+        copies = list(map(fresh, both))
+    agree(copies, lambda one: driven(one, repo, lambda _one: None))
+
+
+@pytest.mark.parametrize("name, value", [
+    ("sub", lambda *given: f"<{given[-1]}>"), ("__class__", type("Odd", (ModuleType,), {"sub": property(fail)}))])
+def test_re_replaced_later(both, monkeypatch, name, value):
+    def road(one):
+        with monkeypatch.context() as patched:
+            patched.setattr(re, name, value)
+            return one._claim_text(" a  b"), one.cited_claims("Reads files [a:L1].")
+
+    agree(both, road)
+
+
+def test_path_class_with_another_base(both, repo):
+    bases = Path.__bases__
+    Path.__bases__ = odd(slots=()), *bases
+    try:
+        agree(both, lambda one: driven(one, repo, lambda _one: None))
+    finally:
+        Path.__bases__ = bases
+
+
 class Index(int):
     def __index__(self):
         return fail() if self else 0
@@ -66,8 +139,8 @@ def swapped(self, claim, path, start, end):
 
 
 def pool(**methods):
-    """A pool's class with these special methods only; what the instance has does not count."""
-    made = type("Odd", (), {f"__{name}__": method for name, method in methods.items()})()
+    """Makes a pool with these special methods; what the instance has does not count."""
+    made = odd(**methods)()
     made.__enter__ = made.__exit__ = print
     return lambda **_named: made
 
@@ -78,7 +151,9 @@ def pattern(result):
 
 LIMITS = None, 0, -3, 12.5, 13, 10**30, -(10**30), "12", True, Index(0), Index(1), Undecided()
 ODD = [fail, int, lambda *_two: TrueOnce(), lambda *_two: Undecided(), lambda *two: [Text(two[-1])]]
-PATTERNS = [None, *map(pattern, ODD)]
+PATTERNS = [None, re.compile("[A-Z]*"), *map(pattern, ODD)]
+ITERABLES = [lambda: map(fail, "abc"), lambda: chain("abc", map(fail, "d")), odd(getitem=lambda _self, at: "abc"[at]),
+             odd(iter=fail), odd(iter=lambda _self: 7), odd(iter=None)]
 VALUES = {
     **dict.fromkeys(["_PASSAGE_CHARS", "_CLAIM_MIN_CHARS", "_DETAIL_CLAIM_CHARS", "_FAILURE_CHARS"], LIMITS),
     **dict.fromkeys(["_FENCE_RE", "_LIST_MARK_RE", "_CITATION_RE", "_SENTENCE_END_RE"], PATTERNS),
@@ -86,14 +161,16 @@ VALUES = {
     "_prose_blocks": [lambda _page: None, lambda _page: ["Reads files [a:L1].", 7], lambda _page: fail()],
     "_claim_text": [lambda _text: [0] * 12, lambda _text: 12, lambda _text: Text("Claims again")],
     "_norm": [lambda path: [path], Text, fail, lambda _path: "/etc/passwd", lambda _path: "a\x00"],
-    "citation_key": [lambda _match, key=key: key for key in (
-        ["src/app.py", 1, 2], ("a", 1), ("a", 1, 2, 3), "ab", "abcd", None, ("a", "1", 2), ("a", 1.0, 2))],
+    "citation_key": [lambda _match, make=make: make() for make in (*ITERABLES, *(lambda key=key: key for key in (
+        ["src/app.py", 1, 2], ("a", 1), ("a", 1, 2, 3), "ab", "abcd", None, ("a", "1", 2), ("a", 1.0, 2))))],
     "citation_request": [lambda *_two, made=made: made for made in ((1,), "abc", None, 7, (((), "a"), 2))],
     "citation_answer": [lambda _result: None, lambda _result: SimpleNamespace(verdict=[]), fail],
     "source_consented": [lambda _client: 0, lambda _client: Undecided(), fail],
     "CITATION_QUESTION_VERSION": [None, []],
     "ThreadPoolExecutor": [pool(), pool(enter=id), pool(exit=print), pool(enter=fail, exit=print),
-                           pool(enter=id, exit=fail)],
+                           pool(enter=id, exit=fail), pool(enter=id, exit=lambda *_details: "swallowed"),
+                           *(pool(enter=lambda _self, made=made: SimpleNamespace(map=lambda *_two: made), exit=print)
+                             for made in ([None], "abcd"))],
     "cited_claims": [lambda _page: None, lambda _page: [None], lambda _page: (), fail],
     "cited_lines": [lambda *_three: None, lambda *_three: b"bytes", lambda *_three: Text("lines"), fail],
     "check_citations": [lambda *_three, **_two: None, lambda *_three, **_two: 7],
@@ -104,6 +181,7 @@ VALUES = {
     "CitedClaim.ref": [7], "CitedSources.passage": [lambda *_two: None, fail],
     "CitationCheck.findings": [print, lambda *_two: [{}], lambda *two: [dict(kind=two, detail=2)]],
     "CitationChecker.enabled": [lambda *_three: None, lambda *_three: 7], "CitationChecker._failed": [True],
+    "CitedClaim.__slotnames__": [[]],
 }
 
 

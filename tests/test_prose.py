@@ -7,7 +7,7 @@ from itertools import product
 from types import SimpleNamespace
 
 import pytest
-from support import Text, agree, outcome, traced
+from support import Text, agree, fail, outcome, traced
 
 
 @pytest.mark.parametrize(
@@ -22,7 +22,7 @@ from support import Text, agree, outcome, traced
         ("a\n+ b\n\u0663) d\n\U0001d7d8. e\n\u00b2. f", ["a", "b", "d", "e \u00b2. f"]),
         ("x\n```\ncode\n```\ny", ["x", "y"]), ("x\n```py\n~~~\n# y", ["x"]), ("x\n~~~\r\n```\ny", ["x", "y"]),
         ("A\tb  c\x0cd\x00e", ["A\tb  c\x0cd\x00e"]), ("\ud800\n\U0001f600", ["\ud800 \U0001f600"]),
-        (Text("- one\ntwo"), ["one two"]), ("a\x1b\n\u200b\n\ufeff# b", ["a\x1b \u200b \ufeff# b"]),
+        (Text("- one\ntwo"), ["one two"]), ("a\x1b\n\u200b\n\ufeff# b", ["a\x1b \u200b \ufeff# b"]), ("12\n1 x\n2024", ["12 1 x 2024"]),
     ],
 )
 def test_blocks(module, markdown, blocks):
@@ -37,6 +37,13 @@ def test_every_whitespace_character(module):
         assert list(blocks) == [f"a{space}b", "c"]
 
 
+class Own(str):
+    """A line that stays what it is when it is stripped."""
+
+    def strip(self):
+        return Own(super().strip())
+
+
 def test_pages_of_any_kind(both):
     def road(one):
         trace = []
@@ -47,10 +54,18 @@ def test_pages_of_any_kind(both):
         blocks = outcome(lambda: [(block, len(trace)) for block in one._prose_blocks(markdown)])
         return blocks, [(name, given) for name, given, _named in trace]
 
-    lines = ["a", b"b"], None, "ab", [Text(" a ")]
+    lines = ["a", b"b"], None, "ab", [Text(" a ")], list(map(Own, [" a ", "- b", "# c", "", "d"]))
     pages = [SimpleNamespace(split=lambda _end, made=made: made) for made in lines]
+    pages.append(SimpleNamespace(split=lambda _end: map(fail, "ab")))
     for markdown in ("  a\nb\n\n- c\n```\nd", "", None, b"a", 7, ["a"], *pages):
         agree(both, road)
+
+
+def raised():
+    try:
+        fail()
+    except LookupError as error:
+        return error
 
 
 STEPS = {
@@ -63,6 +78,10 @@ STEPS = {
     "throw an exit": lambda blocks: blocks.throw(GeneratorExit),
     "throw no exception": lambda blocks: blocks.throw(1),
     "throw no traceback": lambda blocks: blocks.throw(ValueError, "thrown", 1),
+    "throw what was raised": lambda blocks: blocks.throw(raised()),
+    "throw from elsewhere": lambda blocks: blocks.throw(LookupError, None, raised().__traceback__),
+    "throw two values": lambda blocks: blocks.throw(ValueError("thrown"), 1),
+    "throw too much": lambda blocks: blocks.throw(ValueError, 1, None, None),
     "throw nothing": lambda blocks: blocks.throw(),
     "close": lambda blocks: blocks.close(),
 }

@@ -1,8 +1,11 @@
 """Cited sources: the lines of a text, and the files of a repository."""
 
 import os
+import sys
+from contextlib import contextmanager
 from itertools import product
 from pathlib import Path
+from resource import RLIMIT_NOFILE, getrlimit, setrlimit
 from types import SimpleNamespace
 
 import pytest
@@ -65,6 +68,7 @@ def files(repo):
     for outside in (repo.parent / "secret", repo.parent / "repo-evil/secret"):
         outside.write_text("secret\n")
     (repo / "bom").write_bytes(b"\xef\xbb\xbffirst\r\nsecond\rthird")
+    (repo / "crs").write_bytes(b"a\r\r\nb\r")
     (repo / "bad").write_bytes(b"a\xffb\xed\xa0\x80\xf0\x9f\x98c\x00")
     (repo / os.fsdecode(b"\xff")).write_text("odd")
     links = {"inside": "src/app.py", "absolute": repo / "src/app.py", "folder": "src", "loop": "loop",
@@ -79,7 +83,7 @@ TEXTS = {
            Text("inside"), "folder/app.py", "folder/../src/app.py", "up/repo/src/app.py"],
     "": ["src", ".", "", "missing", "src/app.py/more", "dangling", "../secret", "away", "chain", "up/secret",
          "evil/secret", "../repo-evil/secret", "/etc/passwd", "//etc/passwd", "/proc/self/environ"],
-    "\ufefffirst\nsecond\nthird": ["bom"], "a\ufffdb" + "\ufffd" * 4 + "c\x00": ["bad"], "odd": ["\udcff"],
+    "\ufefffirst\nsecond\nthird": ["bom"], "a\n\nb\n": ["crs"], "a\ufffdb" + "\ufffd" * 4 + "c\x00": ["bad"], "odd": ["\udcff"],
     None: ["loop", "loop/x", "src\x00/app.py", "\ud800", "x" * 5000, 7, None, b"src"],
 }
 
@@ -120,6 +124,61 @@ def test_each_file_is_read_once(module, files):
     assert sources.reads == (*sources._texts, "loop", "src\x00")
 
 
+def test_system_files(module):
+    sources, (readable, writable) = module.CitedSources(Path("/proc")), os.pipe()
+    # They say that they are empty; one is long, one cannot be read, and one is nowhere in the tree.
+    assert sources._read("self/smaps").splitlines()[-1].startswith("VmFlags:")
+    assert sources._read("self/mem") == sources._read(f"self/fd/{readable}") == ""
+    os.close(readable), os.close(writable)
+
+
+LIMIT = getrlimit(RLIMIT_NOFILE)
+
+
+@contextmanager
+def at_next_open(change):
+    def hook(event, _given):
+        if event == "open" and changes:
+            changes.pop()()
+
+    changes = [change]
+    sys.addaudithook(hook)
+    yield
+    assert not changes
+
+
+@pytest.mark.parametrize("change, text", [
+    (lambda file: file.write_text("longer\n" * 9), "longer\n" * 9), (lambda file: file.write_text("short"), "short"),
+    (lambda file: file.write_text(""), ""), (lambda _file: setrlimit(RLIMIT_NOFILE, (0, LIMIT[1])), ""), (lambda _file: fail(), None),
+    (lambda _file: os.open("/nowhere", os.O_RDONLY), ""),
+])
+def test_file_that_changes_as_it_is_opened(both, files, change, text):
+    def road(one):
+        sources, file = one.CitedSources(files), files / f"changing-{one.__name__}"
+        file.write_bytes(b"as it was\r\n")
+        with at_next_open(lambda: change(file)):
+            try:
+                return sources._read(file.name)
+            finally:
+                setrlimit(RLIMIT_NOFILE, LIMIT)
+
+    assert agree(both, road) == ("LookupError: failed" if text is None else repr(text))
+
+
+@pytest.mark.parametrize("root", [Path("a\0"), Path("\ud800"), Path("src"), Path(), "src", 7])
+def test_roots_of_any_kind(both, files, root):
+    class Own(type(root)):
+        """A root that is no plain path, though what it finds is one."""
+
+        __truediv__ = lambda _self, path: files / path  # noqa: E731
+
+    def read(one):
+        sources = one.CitedSources(files)
+        sources.root = given
+        return sources._read(path)
+
+    for given, path in product((root, Own(root)), ("src/app.py", "loop")):
+        agree(both, read)
 
 
 @pytest.mark.parametrize("name", ["resolve", "__truediv__", "is_relative_to", "read_text", "open"])

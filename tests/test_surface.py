@@ -18,7 +18,7 @@ from types import MethodType, ModuleType, SimpleNamespace
 from unittest.mock import create_autospec
 
 import pytest
-from support import Poison, agree, blank, fail, find, fresh, outcome
+from support import Poison, Text, agree, blank, fail, find, fresh, odd, outcome
 
 FUNCTIONS = """CitedClaim.ref CitationCheck.score CitationCheck.findings CitationCheck.warnings _prose_blocks
 _claim_text cited_claims cited_lines CitedSources.__init__ CitedSources.passage CitedSources._read
@@ -145,6 +145,9 @@ def empty(**attributes):
     [
         empty(), empty(__file__="facts.py"), empty(__name__=7), empty(__getattr__=fail),
         empty(__spec__=SimpleNamespace(_initializing=True)),
+        empty(__spec__=SimpleNamespace(_initializing=True), __file__="facts.py"),
+        empty(__spec__=7, __file__="facts.py"), empty(__name__=Text(FACTS)),
+        lambda patched: patched.setitem(sys.modules, FACTS, odd(getattribute=fail)()),
         lambda patched: patched.setitem(sys.modules, FACTS, object()),
         lambda patched: [empty()(patched), patched.setitem(sys.modules, f"{FACTS}._norm", "a submodule")],
         lambda patched: patched.setitem(sys.modules, "quenlow.engines.decision", None),
@@ -169,6 +172,14 @@ def test_import_stops_where_it_fails(both, monkeypatch, broken):
         return details, list(own(started))
 
     agree(both, stopped)
+
+
+def test_import_without_an_import_function(imported, monkeypatch):
+    started = blank(imported)
+    with monkeypatch.context() as patched:
+        patched.delattr(builtins, "__import__")
+        message = outcome(started.__spec__.loader.exec_module, started)
+    assert message == "ImportError: __import__ not found"
 
 
 def test_failed_import_can_be_repeated(imported, monkeypatch):

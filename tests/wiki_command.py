@@ -1,68 +1,74 @@
-"""What the tests of the command share: calls of it, and a model server on loopback."""
+"""What the tests of the command share: calls of it, a wiki, and a model server on loopback."""
 
 import json
 import os
 import subprocess
 import sys
 import threading
-from collections.abc import Callable, Iterator
 from contextlib import contextmanager, suppress
 from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
 from pathlib import Path
-from typing import Any
+from types import SimpleNamespace
 
 ROOT = Path(__file__).resolve().parent.parent
 ENVIRONMENT = os.environ | {"PYTHONPATH": f"{ROOT / 'host'}:{ROOT}", "WIKI_MODEL_KEY": "sesame"}
-COMMAND = [sys.executable, "-P", "-m", "command"]
 
 
-def wiki(*arguments: object, **keywords: Any) -> subprocess.CompletedProcess[str]:
-    call = [*COMMAND, *map(str, arguments)]
-    return subprocess.run(call, capture_output=True, text=True, env=ENVIRONMENT, timeout=60, **keywords)
+def start(arguments, **keywords):
+    call = [sys.executable, "-P", "-m", "command", *map(str, arguments)]
+    keywords = {"stdout": subprocess.PIPE, "stderr": subprocess.PIPE, "env": ENVIRONMENT} | keywords
+    return subprocess.Popen(call, text=True, **keywords)
 
 
-def write_wiki(folder: Path, pages: int, sentences: int = 1) -> Path:
-    """Pages p00, p01... whose sentences each cite a line of src/app.py and are all different."""
+def wiki(*arguments, **keywords):
+    """Exit status, output and errors of a call."""
+    running = start(arguments, **keywords)
+    output, errors = running.communicate(timeout=60)
+    return running.returncode, output, errors
+
+
+def write_wiki(folder, pages, sentences=1):
+    """Pages p00, p01... of different sentences, each of which cites a line of src/app.py."""
     folder.mkdir()
     for page in range(pages):
-        text = (
-            f"Page {page} has a sentence {number} [src/app.py:L{number}]." for number in range(1, sentences + 1)
-        )
-        (folder / f"p{page:02}.md").write_text("\n\n".join(text) + "\n")
+        about = range(1, sentences + 1)
+        text = "\n\n".join(f"Page {page} has a sentence {number} [src/app.py:L{number}]." for number in about)
+        (folder / f"p{page:02}.md").write_text(text)
     return folder
 
 
-def completion(content: object) -> bytes:
+def completion(content):
     return json.dumps({"choices": [{"message": {"content": content}}]}).encode()
 
 
-Respond = Callable[[BaseHTTPRequestHandler, str], None]
+def says(body, status=200):
+    def respond(handler, _sentence):
+        handler.send_response(status)
+        handler.send_header("Content-Length", str(len(body)))
+        handler.end_headers()
+        handler.wfile.write(body)
+
+    return respond
 
 
-class ModelServer:
-    """Answers the question about a sentence as `respond` says."""
-
-    def __init__(self, respond: Respond) -> None:
-        self.respond = respond
-        self.sentences: list[str] = []
-        self.keys: set[str | None] = set()
-        self.url = ""
+SUPPORTS = says(completion("supports"))
 
 
 @contextmanager
-def model_server(respond: Respond) -> Iterator[ModelServer]:
-    server = ModelServer(respond)
+def model_server(respond):
+    """A server that answers the question about a sentence as `respond` does."""
+    server = SimpleNamespace(respond=respond, sentences=[], keys=set())
 
     class Handler(BaseHTTPRequestHandler):
-        def do_POST(self) -> None:
+        def do_POST(self):
             request = json.loads(self.rfile.read(int(self.headers["Content-Length"])))
             sentence = json.loads(request["messages"][1]["content"])["texts"]["sentence"]
-            server.keys.add(self.headers["Authorization"])
             server.sentences.append(sentence)
+            server.keys.add(self.headers["Authorization"])
             with suppress(ConnectionError):
                 server.respond(self, sentence)
 
-        def log_message(self, *_arguments: object) -> None:
+        def log_message(self, *_arguments):
             pass
 
     with ThreadingHTTPServer(("127.0.0.1", 0), Handler) as http:
@@ -71,13 +77,3 @@ def model_server(respond: Respond) -> Iterator[ModelServer]:
         threading.Thread(target=http.serve_forever, args=(0.02,), daemon=True).start()
         yield server
         http.shutdown()
-
-
-def says(body: bytes, status: int = 200) -> Respond:
-    def respond(handler: BaseHTTPRequestHandler, _sentence: str) -> None:
-        handler.send_response(status)
-        handler.send_header("Content-Length", str(len(body)))
-        handler.end_headers()
-        handler.wfile.write(body)
-
-    return respond
