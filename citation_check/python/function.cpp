@@ -50,9 +50,7 @@ std::size_t positional_count(const FunctionRow& row) {
 
 Ref run(FunctionObject& function, PyObject* const* arguments, std::size_t count, PyObject* keywords) {
     const FunctionRow& row = *function.row;
-    if (function.module->builtins == nullptr) {
-        raise(PyExc_RuntimeError, "%U() was called after its module had been collected", function.fields[qualname]);
-    }
+    function.module->refuse_when_collected(function.fields[qualname]);
     const Closure cells(function.fields[closure]);
     if (keywords == nullptr && count == row.parameters.size() && positional_count(row) == count) {
         return row.body.enter(*function.module, {arguments, cells});

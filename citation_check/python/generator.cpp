@@ -55,6 +55,7 @@ void finish_with_error(GeneratorObject& generator) {
 Ref resume(GeneratorObject& generator) {
     refuse_when_running(generator);
     if (generator.state == State::finished) return {};
+    Module::of(generator.module).refuse_when_collected(generator.qualname);
     const RecursionDepth depth;
     generator.state = State::running;
     try {
@@ -217,16 +218,42 @@ PyMethodDef methods[] = {
 };
 
 PyMemberDef members[] = {
-    {"__name__", T_OBJECT, offsetof(GeneratorObject, name), 0, nullptr},
-    {"__qualname__", T_OBJECT, offsetof(GeneratorObject, qualname), 0, nullptr},
     {"__weaklistoffset__", T_PYSSIZET, offsetof(GeneratorObject, weak_references), READONLY, nullptr},
     {nullptr, 0, 0, 0, nullptr},
 };
 
+// The place of a name in the object, and what is said when something else than a text is to go there.
+struct NameRule {
+    PyObject* GeneratorObject::*field;
+    const char* refusal;
+};
+
+NameRule name_rule{&GeneratorObject::name, "__name__ must be set to a string object"};
+NameRule qualname_rule{&GeneratorObject::qualname, "__qualname__ must be set to a string object"};
+
+PyObject* get_name(PyObject* self, void* rule) noexcept {
+    return Py_NewRef(as_generator(self).*static_cast<NameRule*>(rule)->field);
+}
+
+int set_name(PyObject* self, PyObject* value, void* rule_data) noexcept {
+    const NameRule& rule = *static_cast<NameRule*>(rule_data);
+    if (value == nullptr || !PyUnicode_Check(value)) {
+        PyErr_SetString(PyExc_TypeError, rule.refusal);
+        return -1;
+    }
+    const Ref old = take(std::exchange(as_generator(self).*rule.field, Py_NewRef(value)));
+    return 0;
+}
+
 PyGetSetDef attributes[] = {
-    {"gi_running", get_running, nullptr, nullptr, nullptr}, {"gi_suspended", get_suspended, nullptr, nullptr, nullptr},
-    {"gi_yieldfrom", get_none, nullptr, nullptr, nullptr},  {"gi_code", get_code, nullptr, nullptr, nullptr},
-    {"gi_frame", get_frame, nullptr, nullptr, nullptr},     {"__class__", get_class, nullptr, nullptr, nullptr},
+    {"__name__", get_name, set_name, nullptr, &name_rule},
+    {"__qualname__", get_name, set_name, nullptr, &qualname_rule},
+    {"gi_running", get_running, nullptr, nullptr, nullptr},
+    {"gi_suspended", get_suspended, nullptr, nullptr, nullptr},
+    {"gi_yieldfrom", get_none, nullptr, nullptr, nullptr},
+    {"gi_code", get_code, nullptr, nullptr, nullptr},
+    {"gi_frame", get_frame, nullptr, nullptr, nullptr},
+    {"__class__", get_class, nullptr, nullptr, nullptr},
     {nullptr, nullptr, nullptr, nullptr, nullptr},
 };
 

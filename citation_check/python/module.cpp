@@ -35,16 +35,21 @@ void Module::bind(PyObject* name, Borrowed value) const { set_item(globals, name
 Module& Module::initialise(PyObject* module) {
     Module& state = of(module);
     state.self = module;
-    state.globals = PyModule_GetDict(module);
+    state.globals = Py_NewRef(PyModule_GetDict(module));
 #define CITATION_CHECK_INTERN(field, text) state.names.field.object = steal(PyUnicode_InternFromString(text)).release();
     CITATION_CHECK_NAMES(CITATION_CHECK_INTERN)
 #undef CITATION_CHECK_INTERN
     return state;
 }
 
+void Module::refuse_when_collected(PyObject* name) const {
+    if (builtins == nullptr) raise(PyExc_RuntimeError, "%U() was called after its module had been collected", name);
+}
+
 int Module::visit(visitproc visit, void* argument) {
     // The macro's own parameter names, which Py_VISIT needs, are `visit` and `arg`.
     void* const arg = argument;
+    Py_VISIT(globals);
 #define CITATION_CHECK_VISIT(field) Py_VISIT(field);
     CITATION_CHECK_KEPT(CITATION_CHECK_VISIT)
 #undef CITATION_CHECK_VISIT
@@ -65,11 +70,13 @@ void Module::clear() {
     }
 }
 
-// Apart from `clear`: strings are in no cycle, and a function may still run between the clearing and its own end.
+// Apart from `clear`: a function or a generator may still be looked at between the clearing and its own end. Strings
+// are in no cycle, and the namespace breaks those that it is in itself.
 void Module::release_names() {
 #define CITATION_CHECK_CLEAR(field, text) Py_CLEAR(names.field.object);
     CITATION_CHECK_NAMES(CITATION_CHECK_CLEAR)
 #undef CITATION_CHECK_CLEAR
+    Py_CLEAR(globals);
 }
 
 }  // namespace py

@@ -46,7 +46,7 @@ namespace py {
 // The state of one copy of the module. Lives in the module object's own memory, zeroed before the import sequence runs.
 struct Module {
     PyObject* self;     // borrowed: the module object, which owns this state
-    PyObject* globals;  // borrowed from `self`: the namespace
+    PyObject* globals;  // owned to the very end: the namespace, which may outlive `self` being cleared
     Names names;
 #define CITATION_CHECK_FIELD(field) PyObject* field;
     CITATION_CHECK_KEPT(CITATION_CHECK_FIELD)
@@ -70,6 +70,9 @@ struct Module {
     // Sets the state up in `module`'s memory: the names, and nothing kept yet.
     static Module& initialise(PyObject* module);
     static Module& of(PyObject* module) { return *static_cast<Module*>(PyModule_GetState(module)); }
+
+    // RuntimeError when the collector has cleared the module; what `name` would run has lost what it needs then.
+    void refuse_when_collected(PyObject* name) const;
 
     // What the interpreter's collector and the end of the module need.
     int visit(visitproc visit, void* argument);
