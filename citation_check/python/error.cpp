@@ -9,15 +9,29 @@
 
 namespace py {
 
+namespace {
+
+[[noreturn]] void park() noexcept {
+    while (true) pause();
+}
+
+// Not PyGILState_Check: that says yes to everybody once the interpreter has ended.
+bool holds_interpreter_lock() noexcept {
+    const PyThreadState* const own = PyGILState_GetThisThreadState();
+    return own != nullptr && own == _PyThreadState_UncheckedGet();
+}
+
+}  // namespace
+
 void park_ended_thread() noexcept {
-    while (!PyGILState_Check()) pause();
+    if (!holds_interpreter_lock()) park();
 }
 
 void set_error_from_exception() noexcept {
     try {
         throw;
     } catch (const abi::__forced_unwind&) {
-        park_ended_thread();
+        park();
     } catch (const Error&) {
         if (!PyErr_Occurred()) PyErr_SetString(PyExc_SystemError, "an error was reported without an exception");
     } catch (const std::bad_alloc&) {

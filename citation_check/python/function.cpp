@@ -116,9 +116,9 @@ bool accepts(Takes takes, PyObject* value) {
         case Takes::text: return value != nullptr && PyUnicode_Check(value);
         case Takes::tuple_or_none: return absent || PyTuple_Check(value);
         case Takes::dict_or_none: return absent || PyDict_Check(value);
-        case Takes::anything: return true;
+        case Takes::anything: break;
     }
-    return false;
+    return true;
 }
 
 int set_field(PyObject* self, PyObject* value, void* closure_data) noexcept {
