@@ -1,21 +1,21 @@
 """`wiki check`: what saving a page would warn of, and the page's score."""
 
-from pathlib import Path
+from argparse import Namespace
 
-from command.client import decision_client
+from command.client import Settings, run_client
 from command.interrupt import stop_on_interrupt
 from command.pages import read_page
 from command.report import CLEAN, FOUND, INCOMPLETE, complain, counted, printable
 from quenlow.workers.wiki.citation_check import CitationChecker, citation_lint_findings
 
 
-def check(file: Path, repo_root: Path, consent: bool) -> int:
-    markdown = read_page(file)
-    client = decision_client(consent)
+def check(options: Namespace, settings: Settings) -> int:
+    markdown = read_page(options.target)
+    client = run_client(settings)
     with stop_on_interrupt() as should_stop:
-        checker = CitationChecker.enabled(client, repo_root, should_stop)
+        checker = CitationChecker.enabled(client, settings.repo_root, should_stop)
         if checker is None:
-            [skipped] = citation_lint_findings(client, {}, repo_root)
+            [skipped] = citation_lint_findings(client, {}, settings.repo_root)
             print(f"{skipped['kind']}: {skipped['detail']}")
             return INCOMPLETE
         result = checker.check(markdown)
@@ -27,4 +27,4 @@ def check(file: Path, repo_root: Path, consent: bool) -> int:
         print(printable(warning))
     score = "none" if result.score is None else f"{result.score:.2f}"
     print(f"score {score}, {counted(len(result.checked), 'sentence')} checked, {result.skipped} skipped")
-    return FOUND if warnings else CLEAN
+    return FOUND if warnings or result.skipped else CLEAN

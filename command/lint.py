@@ -1,43 +1,46 @@
-"""`wiki lint`: the findings of a whole wiki."""
+"""`wiki lint`: the report on a whole wiki."""
 
+import sys
+from argparse import Namespace
+from collections.abc import Callable, Mapping
+from contextlib import ExitStack
+from functools import partial
 from pathlib import Path
 
-from command.client import decision_client
+from command.client import Settings
+from command.formats import FORMATS, report
 from command.interrupt import stop_on_interrupt
-from command.pages import page_files, read_page
-from command.report import CLEAN, FOUND, INCOMPLETE, CommandError, complain, counted, printable
-from quenlow.workers.wiki.citation_check import citation_lint_findings
+from command.pages import page_files
+from command.report import CLEAN, FOUND, INCOMPLETE, complain
+from command.run import Outcome, check_pages
+from command.terminal import progress
 
 
-def lint(wiki_dir: Path, repo_root: Path, consent: bool) -> int:
-    files = page_files(wiki_dir)
-    texts = _read(files)
-    client = decision_client(consent)
-    with stop_on_interrupt() as should_stop:
-        findings = citation_lint_findings(client, texts, repo_root, should_stop)
-    checked = len(texts)
-    for finding in findings:
-        where = ", ".join(finding["pages"]) or "-"
-        print(printable(f"{where}: {finding['severity']}: {finding['kind']}: {finding['detail']}"))
-        if finding["kind"] == "citation-check-skipped":
-            checked = 0
-        elif finding["kind"] == "citation-check-failed":
-            checked = list(texts).index(finding["pages"][0])
-    print(
-        f"{checked} of {counted(len(files), 'page')} checked, {counted(client.decisions, 'question')},"
-        f" {counted(len(findings), 'finding')}"
-    )
-    if checked < len(files):
+def lint(options: Namespace, settings: Settings) -> int:
+    files = page_files(options.target)
+    with ExitStack() as closing:
+        out = sys.stdout
+        if options.output is not None:
+            # Opened first: a report that cannot be written must not cost a question.
+            out = closing.enter_context(open(options.output, "w", errors="backslashreplace"))
+        outcome = _outcome(files, settings, options)
+        FORMATS[options.format](report(outcome, files, settings.dry_run), out)
+    if not settings.config.allow_source_upload:
+        complain("nothing was checked: --consent lets the decision model have the cited source lines")
         return INCOMPLETE
-    return FOUND if findings else CLEAN
+    if len(outcome.pages) < len(files):
+        return INCOMPLETE
+    return FOUND if (outcome.findings or outcome.notes) and not settings.dry_run else CLEAN
 
 
-def _read(files: dict[str, Path]) -> dict[str, str]:
-    """The pages' texts. A page that cannot be read keeps no other from being checked."""
-    texts = {}
-    for page_id, file in files.items():
-        try:
-            texts[page_id] = read_page(file)
-        except CommandError as error:
-            complain(error)
-    return texts
+def _outcome(files: Mapping[str, Path], settings: Settings, options: Namespace) -> Outcome:
+    with ExitStack() as closing:
+        check: Callable[..., Outcome] = check_pages
+        # Without consent there is nothing to check, and no need of others to say so.
+        if (options.scheduler or options.workers) and settings.config.allow_source_upload:
+            from command.cluster import check_on, cluster
+
+            check = partial(check_on, closing.enter_context(cluster(options.scheduler, options.workers)))
+        should_stop = closing.enter_context(stop_on_interrupt())
+        outcome = check(files, settings, should_stop, closing.enter_context(progress(len(files))))
+    return outcome

@@ -20,6 +20,8 @@ def page_files(wiki_dir: Path) -> dict[str, Path]:
             if name.endswith(".md"):
                 file = Path(folder, name)
                 files[file.relative_to(wiki_dir).as_posix().removesuffix(".md")] = file
+    if not files:
+        raise CommandError(f"no pages (*.md) below {wiki_dir}")
     return dict(sorted(files.items()))
 
 

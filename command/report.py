@@ -20,3 +20,8 @@ def printable(text: str) -> str:
 
 def counted(number: int, noun: str) -> str:
     return f"{number} {noun}" if number == 1 else f"{number} {noun}s"
+
+
+def skipped_in_words(over_cap: int, unreadable: int) -> str:
+    claims = counted(over_cap + unreadable, "claim")
+    return f"{claims} skipped ({over_cap} over the cap, {unreadable} unreadable)"

@@ -7,6 +7,7 @@ import subprocess
 import sys
 import weakref
 from pathlib import Path
+from types import SimpleNamespace
 
 import pytest
 from drive import roads
@@ -36,13 +37,18 @@ def test_two_copies_share_nothing_and_both_go(imported, repo):
 
 
 def test_collector_sees_what_is_held(module):
-    blocks, text = module._prose_blocks("a\nb\n- c\n\nd"), type("Page", (str,), {})("a\n\nb")
-    unstarted, started = module._prose_blocks(text), module._prose_blocks(text)
-    next(blocks), next(started)
-    module.cited_lines.marker = [blocks]
-    for holder in (module, module.cited_lines, blocks, unstarted, started):
+    def look(holder):
         for held in gc.get_referents(holder):
             assert any(holder is one for one in gc.get_referrers(held)), (holder, held)
+
+    text = type("Page", (str,), {})("a\n\nb")
+    unstarted, started, running = (module._prose_blocks(page) for page in (text, text, "a\nb\n- c\n\nd"))
+    next(started)
+    module.cited_lines.marker = [started]
+    for holder in (module, module.cited_lines, unstarted, started):
+        look(holder)
+    module._FENCE_RE = SimpleNamespace(match=lambda _line: look(running))
+    assert list(running) == ["a b", "c", "d"]
 
 
 def test_dying_objects_tell_their_weak_references(imported):
@@ -58,17 +64,23 @@ def test_a_function_outlives_its_module_for_a_moment(imported):
         """Told of its end when the collector has dealt with weak references, and has yet to clear anything."""
 
         def __del__(self):
-            functions.append(weakref.ref(self.function))
+            last.extend(map(weakref.ref, self.kept))
 
-    told, functions, copy = [], [], fresh(imported)
+    def look(_watch):
+        lines, blocks = (reference() for reference in last)
+        told.extend((lines.__builtins__, blocks.gi_frame.f_globals is lines.__globals__))
+        told.extend((outcome(lines, "text", 1, 1), outcome(next, blocks)))
+
+    told, last, copy = [], [], fresh(imported)
     # A code object is no matter of the collector's: it dies with the namespace, when the module is cleared.
     copy.code, copy.first = compile("", "code", "exec"), First()
-    copy.first.function = copy.cited_lines
-    watch = weakref.ref(copy.code, lambda _watch: told.append(outcome(functions[0](), "text", 1, 1)))
+    copy.first.kept = copy.cited_lines, copy._prose_blocks("a\n\nb")
+    watch = weakref.ref(copy.code, look)
     del copy
     gc.collect()
     assert watch() is None
-    assert told == ["RuntimeError: cited_lines() was called after its module had been collected"]
+    refused = "RuntimeError: {}() was called after its module had been collected".format
+    assert told == [None, True, *map(refused, ("cited_lines", "_prose_blocks"))]
 
 
 def test_a_function_keeps_its_module_usable(imported):
@@ -90,6 +102,7 @@ def test_no_reference_grows(repo):
 DAEMONS = """
 import sys, threading, time
 from pathlib import Path
+from types import SimpleNamespace
 from quenlow.workers.wiki import citation_check as module
 
 class Pattern:

@@ -57,7 +57,10 @@ def test_pages_of_any_kind(both):
     lines = ["a", b"b"], None, "ab", [Text(" a ")], list(map(Own, [" a ", "- b", "# c", "", "d"]))
     pages = [SimpleNamespace(split=lambda _end, made=made: made) for made in lines]
     pages.append(SimpleNamespace(split=lambda _end: map(fail, "ab")))
-    for markdown in ("  a\nb\n\n- c\n```\nd", "", None, b"a", 7, ["a"], *pages):
+    pages += "  a\nb\n\n- c\n```\nd", "", None, b"a", 7, ["a"]
+    for markdown in pages:
+        agree(both, lambda one: list(one._prose_blocks(markdown)))
+    for markdown in pages:
         agree(both, road)
 
 
@@ -79,6 +82,8 @@ STEPS = {
     "throw no exception": lambda blocks: blocks.throw(1),
     "throw no traceback": lambda blocks: blocks.throw(ValueError, "thrown", 1),
     "throw what was raised": lambda blocks: blocks.throw(raised()),
+    "throw as from elsewhere": lambda blocks: blocks.throw(ValueError("thrown"), None, raised().__traceback__),
+    "throw no exception's class": lambda blocks: blocks.throw(int),
     "throw from elsewhere": lambda blocks: blocks.throw(LookupError, None, raised().__traceback__),
     "throw two values": lambda blocks: blocks.throw(ValueError("thrown"), 1),
     "throw too much": lambda blocks: blocks.throw(ValueError, 1, None, None),
@@ -123,6 +128,17 @@ def test_generator_is_one(module):
     assert isinstance(blocks, Generator) and iter(blocks) is blocks
     assert (blocks.__name__, blocks.__qualname__) == ("_prose_blocks", "_prose_blocks")
     assert list(delegate()) == ["One", "two"] and list(blocks) == []
+
+
+@pytest.mark.parametrize("name", ["__name__", "__qualname__", "gi_running", "gi_code", "new"])
+def test_generator_attributes_change_as_ever(both, name):
+    def changed(one):
+        blocks = one._prose_blocks("page")
+        for value in (7, "text", Text("own"), None):
+            yield outcome(setattr, blocks, name, value), name in ("__name__", "__qualname__") and getattr(blocks, name)
+        yield outcome(delattr, blocks, name), repr(blocks)
+
+    agree(both, lambda one: list(changed(one)))
 
 
 @pytest.mark.parametrize("error, seen", [

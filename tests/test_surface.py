@@ -18,7 +18,7 @@ from types import MethodType, ModuleType, SimpleNamespace
 from unittest.mock import create_autospec
 
 import pytest
-from support import Poison, Text, agree, blank, fail, find, fresh, odd, outcome
+from support import Poison, Text, agree, blank, fail, find, fresh, odd, odd_key, outcome
 
 FUNCTIONS = """CitedClaim.ref CitationCheck.score CitationCheck.findings CitationCheck.warnings _prose_blocks
 _claim_text cited_claims cited_lines CitedSources.__init__ CitedSources.passage CitedSources._read
@@ -134,9 +134,11 @@ def test_import_sequence(both, monkeypatch):
     assert all(getattr(module, name) is getattr(source, name) for source, name in handed)
 
 
-def empty(**attributes):
+def empty(without=(), **attributes):
     """Takes the place of a host module that has the name `_norm`."""
     vars(replacement := ModuleType(FACTS)).update(attributes)
+    for name in without:
+        delattr(replacement, name)
     return lambda patched: patched.setitem(sys.modules, FACTS, replacement)
 
 
@@ -146,10 +148,11 @@ def empty(**attributes):
         empty(), empty(__file__="facts.py"), empty(__name__=7), empty(__getattr__=fail),
         empty(__spec__=SimpleNamespace(_initializing=True)),
         empty(__spec__=SimpleNamespace(_initializing=True), __file__="facts.py"),
-        empty(__spec__=7, __file__="facts.py"), empty(__name__=Text(FACTS)),
+        empty(__file__="facts.py", without=["__spec__"]), empty(__name__=Text(FACTS)),
         lambda patched: patched.setitem(sys.modules, FACTS, odd(getattribute=fail)()),
         lambda patched: patched.setitem(sys.modules, FACTS, object()),
         lambda patched: [empty()(patched), patched.setitem(sys.modules, f"{FACTS}._norm", "a submodule")],
+        lambda patched: [empty()(patched), patched.setitem(sys.modules, odd_key(f"{FACTS}._norm"), 7)],
         lambda patched: patched.setitem(sys.modules, "quenlow.engines.decision", None),
         lambda patched: patched.delattr("quenlow.engines.decision.citation_request"),
         lambda patched: patched.delattr("quenlow.workers.wiki.types.citation_key"),
@@ -174,12 +177,18 @@ def test_import_stops_where_it_fails(both, monkeypatch, broken):
     agree(both, stopped)
 
 
-def test_import_without_an_import_function(imported, monkeypatch):
-    started = blank(imported)
-    with monkeypatch.context() as patched:
-        patched.delattr(builtins, "__import__")
-        message = outcome(started.__spec__.loader.exec_module, started)
-    assert message == "ImportError: __import__ not found"
+@pytest.mark.parametrize("left, message", [
+    ({}, "ImportError: __import__ not found"), ({"__import__": fail}, "LookupError: failed"),
+    ({"__import__": lambda *_given: Poison()}, "Used: "),
+])
+def test_import_without_the_import_function(imported, left, message):
+    started, real = blank(imported), vars(builtins).pop("__import__")
+    vars(builtins).update(left)
+    try:
+        seen = outcome(started.__spec__.loader.exec_module, started)
+    finally:
+        builtins.__import__ = real
+    assert seen == message
 
 
 def test_failed_import_can_be_repeated(imported, monkeypatch):

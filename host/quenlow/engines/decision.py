@@ -5,7 +5,7 @@ import time
 from collections.abc import Callable
 from dataclasses import dataclass
 
-from quenlow.engines.model import Decision, DecisionError as DecisionError, Model, Question, State
+from quenlow.engines.model import Answers, Decision, DecisionError as DecisionError, Model, Question, State
 
 _CHARS_PER_TOKEN = 4
 
@@ -39,7 +39,11 @@ class CitationAnswer:
 
 
 class RunBudget:
-    """What one run may spend on the decision model. Shared by all threads of the run."""
+    """What one run may spend on the decision model. Shared by all threads of the run.
+
+    Attributes:
+        refused: Whether a call was refused because it would have gone beyond the limits.
+    """
 
     def __init__(self, max_calls: int, max_input_tokens: int, should_stop: Callable[[], bool] | None) -> None:
         self.max_calls = max_calls
@@ -47,15 +51,18 @@ class RunBudget:
         self.should_stop = should_stop or (lambda: False)
         self.calls = 0
         self.input_tokens = 0
+        self.refused = False
         self._lock = threading.Lock()
 
     def charge(self, input_tokens: int) -> None:
         """Spend one call, or raise DecisionError and spend nothing."""
         with self._lock:
             if self.calls >= self.max_calls:
-                raise DecisionError(f"the run's {self.max_calls} calls are spent")
+                self.refused = True
+                raise DecisionError("the run's calls are spent (max_calls_per_batch)")
             if self.input_tokens + input_tokens > self.max_input_tokens:
-                raise DecisionError(f"the run's {self.max_input_tokens} input tokens are spent")
+                self.refused = True
+                raise DecisionError("the run's input tokens are spent (max_input_tokens_per_batch)")
             self.calls += 1
             self.input_tokens += input_tokens
 
@@ -63,15 +70,17 @@ class RunBudget:
 class DecisionClient:
     """Asks one model under one configuration. An answer is kept, and given again at no cost.
 
+    Answers are kept as long as the client lives, or wherever `answers` keeps them.
+
     Attributes:
         decisions: How many decisions were given, kept answers included.
     """
 
-    def __init__(self, config: DecisionConfig, model: Model) -> None:
+    def __init__(self, config: DecisionConfig, model: Model, answers: Answers | None = None) -> None:
         self.config = config
         self.model = model
         self.decisions = 0
-        self._answers: dict[tuple[object, State, tuple[Question, ...]], Decision] = {}
+        self._answers: Answers = {} if answers is None else answers
         self._lock = threading.Lock()
 
     def feature_enabled(self, name: str) -> bool:
@@ -94,14 +103,15 @@ class DecisionClient:
         should_stop = self._deadline() if budget is None else budget.should_stop
         if should_stop():
             raise DecisionError("the run was asked to stop")
-        key = (question_version, state, questions)
+        key = (question_version, self.model.name, state, questions)
         decision = self._answers.get(key)
-        if decision is None:
+        if decision is None or not _complete(decision, questions):
             if budget is not None:
                 budget.charge(_input_tokens(state, questions))
             decision = self.model.answer(state, questions, should_stop)
             _require_usable(decision, questions)
-            self._answers[key] = decision
+            if _complete(decision, questions):
+                self._answers[key] = decision
         with self._lock:
             self.decisions += 1
         return decision
@@ -114,6 +124,10 @@ class DecisionClient:
 def _input_tokens(state: State, questions: tuple[Question, ...]) -> int:
     texts = [text for _name, text in state] + [question.text for question in questions]
     return sum(len(text) // _CHARS_PER_TOKEN + 1 for text in texts)
+
+
+def _complete(decision: Decision, questions: tuple[Question, ...]) -> bool:
+    return all(decision.get(question.key) in question.choices for question in questions)
 
 
 def _require_usable(decision: Decision, questions: tuple[Question, ...]) -> None:

@@ -44,6 +44,8 @@ class WordModel:
     A sentence that says the opposite in the same words passes.
     """
 
+    name = "words"
+
     def answer(
         self, state: State, questions: tuple[Question, ...], should_stop: Callable[[], bool]
     ) -> Decision:
