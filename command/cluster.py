@@ -47,8 +47,13 @@ def cluster(scheduler: str | None, workers: int) -> Iterator[distributed.Client]
 
 def _local_cluster(workers: int) -> distributed.LocalCluster:
     # Without `security`, whoever else is on this machine could have the workers run what they like.
-    local = {"threads_per_worker": 1, "security": True, "dashboard_address": "127.0.0.1:0"}
-    return distributed.LocalCluster(workers, silence_logs=logging.CRITICAL, **local)
+    return distributed.LocalCluster(
+        n_workers=workers,
+        threads_per_worker=1,
+        security=True,
+        dashboard_address="127.0.0.1:0",
+        silence_logs=logging.CRITICAL,
+    )
 
 
 def check_on(

@@ -21,7 +21,8 @@ def scheduler():
     with pytest.MonkeyPatch.context() as patch:
         for name in ("PYTHONPATH", "WIKI_MODEL_KEY"):
             patch.setenv(name, ENVIRONMENT[name])
-        with distributed.LocalCluster(2, threads_per_worker=1, dashboard_address="127.0.0.1:0") as cluster:
+        two = {"n_workers": 2, "threads_per_worker": 1}
+        with distributed.LocalCluster(**two, dashboard_address="127.0.0.1:0") as cluster:
             yield cluster
 
 
@@ -97,6 +98,12 @@ def test_a_failure_ends_the_run_at_its_page(scheduler, lint):
     assert alone[0] == spread[0] == 2 and reports[0][:-1] == reports[1][:-1]
     assert "p21.md: low: citation-check-failed: the citation check stopped here" in reports[1][-2]
     assert reports[1][-1].startswith("21 of 40 pages checked") and reports[1][-1].endswith("wiki/p21.md")
+
+
+def test_a_local_cluster_is_as_large_as_asked_for():
+    cluster = pytest.importorskip("command.cluster").cluster
+    with cluster(None, 1) as dask:
+        assert list(dask.ncores().values()) == [1]
 
 
 def test_interrupt(lint):

@@ -29,7 +29,8 @@ Its file is gone \ue000 [src/gone.py:L1].
 PARTS = [
     "A sentence of words", "[src/app.py:L1]", "[src/app.py:L2-L3]", "[src/a b.py:L4]", "[src/app.py:L0]",
     ".", "!", " ", " ", "  ", "\n", "\n", "\n\n", "\r\n", "\t", "\u2028", "\x0b", "\xa0", "\ue000", "- ", "-",
-    "1. ", "7)", "# ", "> ", "|", "```", "~~~\n", "    ", "`code`", "*", "Zwölf", "٣. ", "[src/b.py:\nL1]", "]"]
+    "1. ", "7)", "# ", "> ", "|", "```", "~~~\n", "    ", "`code`", "*", "Zwölf", "٣. ",
+    "[src/b.py:\nL1]", "]"]
 
 
 def test_places():

@@ -41,7 +41,7 @@ def test_collector_sees_what_is_held(module):
         for held in gc.get_referents(holder):
             assert any(holder is one for one in gc.get_referrers(held)), (holder, held)
 
-    text = type("Page", (str,), {})("a\n\nb")
+    text = type("Page", (str,), {})("a\n- b")
     unstarted, started, running = (module._prose_blocks(page) for page in (text, text, "a\nb\n- c\n\nd"))
     next(started)
     module.cited_lines.marker = [started]
@@ -105,11 +105,10 @@ from pathlib import Path
 from types import SimpleNamespace
 from quenlow.workers.wiki import citation_check as module
 
-class Pattern:
-    def finditer(self, _sentence):
-        inside.release()
-        while True:
-            time.sleep(0 if sys.argv[1] == "runs" else 60)
+def stay(*_given):
+    inside.release()
+    while True:
+        time.sleep(60 if sys.argv[1] == "waits" else 0)
 
 def read():
     sources = module.CitedSources(Path(sys.argv[2]))
@@ -118,8 +117,12 @@ def read():
         sources._read("src/app.py")
 
 inside = threading.Semaphore(0)
-module._CITATION_RE = Pattern()
-road = read if sys.argv[1] == "reads" else lambda: module.cited_claims("Any sentence.")
+class Checker(module.CitationChecker):
+    _failed = property(stay)
+
+checker, module._CITATION_RE = Checker.__new__(Checker), SimpleNamespace(finditer=stay)
+roads = {"reads": read, "looks": lambda: checker.check("page")}
+road = roads.get(sys.argv[1], lambda: module.cited_claims("Any sentence."))
 for _ in range(4):
     threading.Thread(target=road, daemon=True).start()
 for _ in range(4):
@@ -127,7 +130,7 @@ for _ in range(4):
 """
 
 
-@pytest.mark.parametrize("how", ["runs", "waits", "reads"])
+@pytest.mark.parametrize("how", ["runs", "waits", "reads", "looks"])
 def test_the_process_ends_while_daemon_threads_are_inside(repo, how):
     environment = os.environ | {"PYTHONPATH": str(ROOT / "host")}
     run = subprocess.run([sys.executable, "-c", DAEMONS, how, repo], env=environment, capture_output=True, text=True)
