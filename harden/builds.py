@@ -9,6 +9,14 @@ ROOT = Path(__file__).resolve().parent.parent
 SCRATCH = ROOT / "build-harden"
 
 
+# The tests of the command, of the types and of the documents say little about the module and take long.
+WITHOUT_HOST = [
+    "--ignore-glob=tests/test_command*",
+    "--ignore=tests/test_types.py",
+    "--ignore=tests/test_wiki_docs.py",
+]
+
+
 class Failed(Exception):
     """A row does not hold; the message says what was seen."""
 
@@ -26,7 +34,9 @@ def _flags(flags: str) -> tuple[str, ...]:
 
 
 RELEASE = Build("build", ())
-DEBUG = Build("build-debug", ("-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_CXX_COMPILER=clang++"), "/usr/bin/python3.11d")
+DEBUG = Build(
+    "build-debug", ("-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_CXX_COMPILER=clang++"), "/usr/bin/python3.11d"
+)
 # Without libstdc++ in front the first exception aborts; without the plain malloc an overflow passes unseen.
 ASAN = Build(
     "build-asan",
@@ -73,11 +83,16 @@ def environment(build: Build) -> dict[str, str]:
 
 
 def python(build: Build, *arguments: str | Path, preload: Path | None = None) -> str:
-    """The output of Debian's interpreter with that build of the module."""
+    """The output of a program run by Debian's interpreter with that build of the module."""
     variables = environment(build)
     if preload:
         variables["LD_PRELOAD"] += f" {preload}"
-    return command(build.python, *arguments, **variables)
+    return command(build.python, *arguments, **variables).strip()
+
+
+def test(build: Build, *options: str) -> str:
+    """The output of the test-suite."""
+    return python(build, "-m", "pytest", "-q", "-x", "-p", "no:cacheprovider", "tests", *options)
 
 
 def shim(source: str) -> Path:
@@ -85,5 +100,17 @@ def shim(source: str) -> Path:
     SCRATCH.mkdir(exist_ok=True)
     library = SCRATCH / Path(source).with_suffix(".so").name
     compiler = "g++" if source.endswith(".cpp") else "gcc"
-    command(compiler, "-O1", "-g", "-Wall", "-Wextra", "-shared", "-fPIC", "-o", library, f"harden/{source}", "-ldl")
+    command(
+        compiler,
+        "-O1",
+        "-g",
+        "-Wall",
+        "-Wextra",
+        "-shared",
+        "-fPIC",
+        "-o",
+        library,
+        f"harden/{source}",
+        "-ldl",
+    )
     return library

@@ -1,110 +1,97 @@
-"""64 host threads share one checker over 20,000 pages; once all goes well, once a question of a random page fails."""
+"""64 host threads share one checker over 20,000 pages; once all goes well, once every question fails from a
+random page on."""
 
-import logging
 import os
 import random
+import re
 import sys
 import tempfile
 import threading
-from collections.abc import Callable
+from concurrent.futures import ThreadPoolExecutor
+from logging.handlers import BufferingHandler
 from pathlib import Path
+from typing import Any
 
-from quenlow.engines.decision import DecisionClient, DecisionConfig, DecisionError
+from support import Client
 
 from harden import builds
 
 THREADS, LINES = 64, 50
 
 
-class Model:
-    """Supports every sentence, but for the one that it fails on."""
+class CountingClient(Client):
+    """Supports every sentence up to the page from which on it refuses; its budget counts."""
 
     def __init__(self, failing_page: int) -> None:
-        self.failing_page = failing_page
-        self.asked = 0
-        self._lock = threading.Lock()
-
-    def answer(self, state: tuple[tuple[str, str], ...], _questions: object, _stop: object) -> dict[str, str]:
-        with self._lock:
-            self.asked += 1
-        (_name, sentence), (_other, lines) = state
-        if f"page {self.failing_page} " in sentence:
-            raise DecisionError(f"refused page {self.failing_page}")
-        assert lines.startswith("line "), lines
-        return {"citation": "supports"}
-
-
-class Records(logging.Handler):
-    def __init__(self) -> None:
         super().__init__()
-        self.records: list[logging.LogRecord] = []
+        self.failing_page = failing_page
+        self.lock = threading.Lock()
 
-    def emit(self, record: logging.LogRecord) -> None:
-        self.records.append(record)
+    def new_budget(self, **_named: object) -> dict[str, int]:
+        return {"calls": 0, "refused": 0}
+
+    def decide(
+        self, state: Any, _questions: object, *, question_version: object, budget: Any
+    ) -> dict[str, str]:
+        (_name, sentence), (_other, lines) = state
+        assert lines.startswith("line "), lines
+        refused = int(sentence.split()[3]) >= self.failing_page
+        with self.lock:
+            budget["calls"] += 1
+            budget["refused"] += refused
+        if refused:
+            raise ValueError(f"refused: {sentence}")
+        return {"citation": "supports"}
 
 
 def page(number: int) -> str:
     first, second = number % LINES + 1, (number * 7) % LINES + 1
-    return f"So says page {number} first [f:L{first}]. So says page {number} second [f:L{second}]. None [gone:L1]."
-
-
-def side_by_side(work: Callable[[int], object], pages: int) -> list[object]:
-    """What `work` made of each page; the threads take one page after the other."""
-    results: list[object] = [Ellipsis] * pages
-    numbers = iter(range(pages))
-
-    def take_pages() -> None:
-        for number in numbers:
-            results[number] = work(number)
-
-    threads = [threading.Thread(target=take_pages) for _ in range(THREADS)]
-    for step in (threading.Thread.start, threading.Thread.join):
-        for thread in threads:
-            step(thread)
-    return results
+    return (
+        f"So says page {number} first [f:L{first}]. So says page {number} second [f:L{second}]."
+        " And nothing says so [gone:L1]."
+    )
 
 
 def check_all(repo: Path, pages: int, failing_page: int) -> str:
     from quenlow.workers.wiki import citation_check
 
-    model, records = Model(failing_page), Records()
-    citation_check.logger.addHandler(records)
+    log = BufferingHandler(capacity=10**6)
+    citation_check.logger.handlers = [log]
     citation_check.logger.propagate = False
-    config = DecisionConfig(wiki_check_citations=True, allow_source_upload=True, max_calls_per_batch=10**9)
-    checker = citation_check.CitationChecker.enabled(DecisionClient(config, model), repo)
+    checker = citation_check.CitationChecker.enabled(CountingClient(failing_page), repo)
     before = os.listdir("/proc/self/fd"), threading.active_count()
-    results = side_by_side(lambda number: checker.check(page(number)), pages)
-    assert (os.listdir("/proc/self/fd"), threading.active_count()) == before, "a descriptor or a thread is left"
-    citation_check.logger.removeHandler(records)
+    with ThreadPoolExecutor(THREADS) as hosts:
+        results = list(hosts.map(checker.check, map(page, range(pages))))
+    assert (
+        os.listdir("/proc/self/fd"),
+        threading.active_count(),
+    ) == before, "a descriptor or a thread is left"
     answered = [result for result in results if result is not None]
     for result in answered:
         assert (len(result.checked), result.skipped, result.score) == (2, 1, 1.0), result
-    assert checker.budget.calls == model.asked, f"{checker.budget.calls} calls charged, {model.asked} made"
-    if failing_page < 0:
-        assert (len(answered), model.asked, checker.failure, records.records) == (pages, 2 * pages, None, [])
+    refused = checker.budget["refused"]
+    assert checker.budget["calls"] == 2 * len(answered) + refused, checker.budget
+    errors = [str(record.exc_info[1]) for record in log.buffer]
+    if failing_page == pages:
+        assert len(answered) == pages and checker.failure is None and not errors, checker.failure
         return f"{pages} pages answered"
-    assert checker.failure == f"DecisionError: refused page {failing_page}", checker.failure
-    assert len(records.records) == 1 and results[failing_page] is None is checker.check("")
-    assert 2 * len(answered) <= model.asked <= 2 * (len(answered) + THREADS), (len(answered), model.asked)
-    return f"{len(answered)} answered before the failure on page {failing_page}"
-
-
-def main() -> None:
-    pages, seed = int(sys.argv[1]), int(sys.argv[2])
-    with tempfile.TemporaryDirectory() as folder:
-        repo = Path(folder)
-        (repo / "f").write_text("".join(f"line {number}\n" for number in range(1, LINES + 1)))
-        failing_page = random.Random(seed).randrange(pages // 4, pages)
-        print(f"{check_all(repo, pages, -1)}, {check_all(repo, pages, failing_page)}")
+    failure = re.fullmatch(r"ValueError: (refused: So says page \d+ (first|second)\.)", checker.failure)
+    assert failure and errors == [failure[1]], (checker.failure, errors)
+    assert results[failing_page:] == [None] * (pages - failing_page) and checker.check(page(0)) is None
+    return f"{len(answered)} answered and {refused} questions refused from page {failing_page} on"
 
 
 def run(short: bool) -> str:
-    seed = random.randrange(1000)
+    seed = str(random.randrange(1000))
     pages = 2_000 if short else 20_000
-    loads = [(builds.RELEASE, pages), (builds.TSAN, pages // 10)]
-    figures = [builds.python(build, "-m", "harden.load", str(some), str(seed)).strip() for build, some in loads]
-    return f"{THREADS} threads (seed {seed}): {figures[0]}; under the thread sanitizer: {figures[1]}"
+    usual = builds.python(builds.RELEASE, "-m", "harden.load", str(pages), seed)
+    watched = builds.python(builds.TSAN, "-m", "harden.load", str(pages // 10), seed)
+    return f"{THREADS} threads (seed {seed}): {usual}; under the thread sanitizer: {watched}"
 
 
 if __name__ == "__main__":
-    main()
+    count = int(sys.argv[1])
+    with tempfile.TemporaryDirectory() as folder:
+        Path(folder, "f").write_text("".join(f"line {number}\n" for number in range(1, LINES + 1)))
+        failing = random.Random(sys.argv[2]).randrange(count // 4, count)
+        print(check_all(Path(folder), count, count), check_all(Path(folder), count, failing), sep=", ")

@@ -6,27 +6,21 @@ import re
 import sys
 from collections import deque
 from collections.abc import Callable
+from contextlib import nullcontext
 from functools import partial
 from pathlib import Path
 from types import ModuleType, SimpleNamespace
+from typing import Any
 
 from support import Client, Text, fresh, page
 
 Road = Callable[[], object]
 IN_DEBUG_INTERPRETER = hasattr(sys, "gettotalrefcount")
-PAGE = "# A\n- One is here [src/app.py:L1]. `Two` is  , too [src/app.py:L1-L3][src:L4].\n```\nx\n```\n" + page("L2", "L2")
-ATTRIBUTES = "__code__ __annotations__ __defaults__ __kwdefaults__ __globals__ __closure__ __get__ __reduce__".split()
+PAGE = "# A\n- One is here [src/app.py:L1]. `Two` is  , too [src/app.py:L1-L3][src:L4].\n```\nx\n```\n"
+PAGE += page("L2", "L2")
+ATTRIBUTES = "__code__ __annotations__ __defaults__ __kwdefaults__ __globals__ __closure__ __get__".split()
 GENERATOR_ATTRIBUTES = "gi_code gi_frame gi_running gi_suspended gi_yieldfrom __name__".split()
-
-
-class InlinePool:
-    def __init__(self, **_keywords: object) -> None: ...
-    def __enter__(self) -> "InlinePool":
-        return self
-
-    def __exit__(self, *_error: object) -> None: ...
-    def map(self, ask: Callable[[object], object], asked: list[object]) -> object:
-        return map(ask, asked)
+READ_BY_LIBRARY = ["gone", "loop", "a\0", "\ud800", "x/../src/app.py"]
 
 
 class HostPath(type(Path())):
@@ -34,14 +28,15 @@ class HostPath(type(Path())):
 
 
 class Decider(Client):
-    def decide(self, state: tuple[tuple[str, str], ...], _questions: object, **_named: object) -> dict[str, str]:
+    def decide(self, state: Any, _questions: object, **_named: object) -> dict[str, str]:
         if "L4" in state[0][1]:
             raise ValueError("refused")
         return {"citation": "contradicts" if "L2" in state[0][1] else "supports"}
 
 
-def quiet(module: ModuleType) -> ModuleType:
-    module.ThreadPoolExecutor = InlinePool
+def quiet(imported: ModuleType) -> ModuleType:
+    module = fresh(imported)
+    module.ThreadPoolExecutor = lambda **_named: nullcontext(SimpleNamespace(map=map))
     module.logger = SimpleNamespace(warning=lambda *_given, **_named: None)
     return module
 
@@ -57,26 +52,22 @@ def slow(module: ModuleType) -> ModuleType:
     return module
 
 
-def dataclass(class_: type | None = None, frozen: bool = False) -> object:
-    """Stands in for the library's, at whose closures and compilations the interpreter crashes for want of memory."""
-    return dataclass if class_ is None else class_
-
-
 def roads(imported: ModuleType, root: Path) -> dict[str, Road]:
-    module, slowly, lacking = quiet(fresh(imported)), slow(quiet(fresh(imported))), quiet(fresh(imported))
+    module, slowly, lacking = quiet(imported), slow(quiet(imported)), quiet(imported)
     for name in ("_FENCE_RE", "citation_key", "cited_lines", "check_citations", "_VERDICT_FINDINGS"):
         delattr(lacking, name)
+    blocks, lines = module._prose_blocks, module.cited_lines
+    lint, check_citations = module.citation_lint_findings, module.check_citations
     home = SimpleNamespace(resolve=lambda: root)
     client, off, refused = Decider(), Decider(), Decider()
     off.switch = refused.config.allow_source_upload = False
     client.budgets = deque(maxlen=0)
-    result = module.check_citations(client, PAGE, home, max_questions=9)
-    claim, sources = result.checked[0].claim, module.CitedSources(root)
-    generator = type("Generator", (module.CitationCheckMixin,), {"repo_root": home, "should_stop": None})
-    lint, check_citations = module.citation_lint_findings, module.check_citations
+    result = check_citations(client, PAGE, home, max_questions=9)
+    claim, generator = result.checked[0].claim, type("Generator", (module.CitationCheckMixin,), {})
+    generator.repo_root, generator.should_stop = home, None
 
-    def blocks(step: str, *given: object) -> object:
-        made = module._prose_blocks(PAGE)
+    def half_way(step: str, *given: object) -> object:
+        made = blocks(PAGE)
         return next(made), getattr(made, step)(*given), list(made)
 
     def checked(one: ModuleType, markdown: str) -> object:
@@ -90,34 +81,40 @@ def roads(imported: ModuleType, root: Path) -> dict[str, Road]:
         host.decision_client = client
         return host._citation_check(PAGE), host._citation_check(PAGE), host._citation_checker.failure
 
-    native = {"inside": "src/app.py", "folder": "src", "outside": "..", "link": "away"}
-    paths = {"missing": "gone", "loop": "loop", "nul": "a\0", "surrogate": "\ud800", "climbing": "x/../src/app.py"}
-    if IN_DEBUG_INTERPRETER:
-        paths = {}
+    by_library = [] if IN_DEBUG_INTERPRETER else READ_BY_LIBRARY
+    reads = {
+        path: module.CitedSources(root)._read for path in ["src/app.py", "src", "..", "away", *by_library]
+    }
+    slow_reads = {path: module.CitedSources(HostPath(root))._read for path in by_library}
+    wrong_calls = [
+        *(partial(lines, *given) for given in (["a"], ["a", 1, 1, 1])),
+        *(partial(lines, "a", 1, 1, **named) for named in ({"bogus": 1}, {"text": "b"})),
+        *(partial(check_citations, 1, 2, *given, budget=5) for given in ([], [3], [3, 4])),
+        *(partial(call, **{Text("text"): "a", "start": 1, "end": 1}) for call in (lines, lint)),
+    ]
     return {
         "import": lambda: _imp.exec_dynamic(_imp.create_dynamic(imported.__spec__)),
-        "blocks": lambda: list(module._prose_blocks(PAGE)),
-        "blocks of own text": lambda: list(module._prose_blocks(Text(PAGE))),
+        "blocks": lambda: list(blocks(PAGE)),
+        "blocks of own text": lambda: list(blocks(Text(PAGE))),
         "blocks, slowly": lambda: list(slowly._prose_blocks(PAGE)),
-        "blocks sent to": partial(blocks, "send", None),
-        "blocks thrown into": lambda: module._prose_blocks(PAGE).throw(KeyError("k")),
-        "blocks thrown anew": partial(blocks, "throw", KeyError, "k", None),
-        "blocks closed": partial(blocks, "close"),
-        "blocks of no text": lambda: list(module._prose_blocks(None)),
+        "blocks sent to": partial(half_way, "send", None),
+        "blocks thrown into": lambda: blocks(PAGE).throw(KeyError("k")),
+        "blocks thrown anew": partial(half_way, "throw", KeyError, "k", None),
+        "blocks closed": partial(half_way, "close"),
+        "blocks of no text": lambda: list(blocks(None)),
         "blocks, lacking": lambda: list(lacking._prose_blocks(PAGE)),
         "claims": partial(module.cited_claims, PAGE),
         "claims, slowly": partial(slowly.cited_claims, PAGE),
         "claims, lacking": partial(lacking.cited_claims, page("L1")),
         "claim text": lambda: (module._claim_text(" a  , b é  c"), slowly._claim_text(" a  , b  c")),
         "claim": lambda: (module.CitedClaim("a", "b", 1, 2).ref, claim.ref, claim == claim, hash(claim)),
-        "lines": partial(module.cited_lines, "a\r\nb\x85c\n" * 9, 2, 10**30),
-        "lines, slowly": partial(module.cited_lines, Text("a\nb\nc"), 1, 2),
-        "lines of no text": partial(module.cited_lines, b"a", 1, None),
+        "lines": partial(lines, "a\r\nb\x85c\n" * 9, 2, 10**30),
+        "lines, slowly": partial(lines, Text("a\nb\nc"), 1, 2),
+        "lines of no text": partial(lines, b"a", 1, None),
         "passage": lambda: module.CitedSources(home).passage(claim),
         "passage, lacking": lambda: lacking.CitedSources(home).passage(claim),
-        **{f"read {name}": partial(sources._read, path) for name, path in (native | paths).items()},
-        **{f"read {name}, slowly": partial(module.CitedSources(HostPath(root))._read, path)
-           for name, path in paths.items()},
+        **{f"read {path!a}": partial(read, path) for path, read in reads.items()},
+        **{f"read {path!a}, slowly": partial(read, path) for path, read in slow_reads.items()},
         "page check": partial(check_citations, client, PAGE, home, max_questions=9, budget=None),
         "page check, slowly": partial(slowly.check_citations, client, PAGE, home, max_questions=2),
         "page check that fails": partial(check_citations, client, page("L1", "L4"), home, max_questions=9),
@@ -132,15 +129,8 @@ def roads(imported: ModuleType, root: Path) -> dict[str, Road]:
         "lint, off": partial(lint, off, {"a": PAGE}, home),
         "lint without consent": partial(lint, refused, {"a": PAGE}, home),
         "lint of no mapping": partial(lint, client, [PAGE], home),
-        "too many": partial(module.cited_lines, "a", 1, 1, 1),
-        "too few": partial(module.cited_lines, "a"),
-        "unexpected": partial(module.cited_lines, "a", 1, 1, bogus=1),
-        "twice": partial(module.cited_lines, "a", 1, 1, text="b"),
-        "by own name": partial(module.cited_lines, **{Text("text"): "a", "start": 1, "end": 1}),
-        "one too few": partial(check_citations, 1, 2, 3),
-        "one too many": partial(check_citations, 1, 2, 3, 4, budget=5),
-        "two too few": partial(lint, 1),
+        **{f"wrong call {number}": call for number, call in enumerate(wrong_calls)},
         **{f"function's {name}": partial(getattr, lint, name) for name in ATTRIBUTES},
-        **{f"generator's {name}": partial(getattr, module._prose_blocks(PAGE), name) for name in GENERATOR_ATTRIBUTES},
-        "representations": lambda: (repr(lint), repr(module._prose_blocks(PAGE)), repr(lint.__get__(1))),
-    }  # fmt: skip
+        **{f"generator's {name}": partial(getattr, blocks(PAGE), name) for name in GENERATOR_ATTRIBUTES},
+        "representations": lambda: (repr(lint), repr(blocks(PAGE)), repr(lint.__get__(1))),
+    }

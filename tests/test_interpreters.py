@@ -101,6 +101,7 @@ def test_no_reference_grows(repo):
 
 DAEMONS = """
 import sys, threading, time
+from contextlib import nullcontext
 from pathlib import Path
 from types import SimpleNamespace
 from quenlow.workers.wiki import citation_check as module
@@ -116,12 +117,18 @@ def read():
     while True:
         sources._read("src/app.py")
 
-inside = threading.Semaphore(0)
-class Checker(module.CitationChecker):
-    _failed = property(stay)
+def look():
+    Checker.__new__(Checker).check("page")
 
-checker, module._CITATION_RE = Checker.__new__(Checker), SimpleNamespace(finditer=stay)
-roads = {"reads": read, "looks": lambda: checker.check("page")}
+class Checker(module.CitationChecker):
+    asked, _lock = sys.argv[1] == "looks", nullcontext()
+
+    @property
+    def _failed(self):
+        return stay() if self.asked else setattr(self, "asked", True)
+
+inside, module._CITATION_RE = threading.Semaphore(0), SimpleNamespace(finditer=stay)
+roads = {"reads": read, "looks": look, "looks again": look}
 road = roads.get(sys.argv[1], lambda: module.cited_claims("Any sentence."))
 for _ in range(4):
     threading.Thread(target=road, daemon=True).start()
@@ -130,7 +137,7 @@ for _ in range(4):
 """
 
 
-@pytest.mark.parametrize("how", ["runs", "waits", "reads", "looks"])
+@pytest.mark.parametrize("how", ["runs", "waits", "reads", "looks", "looks again"])
 def test_the_process_ends_while_daemon_threads_are_inside(repo, how):
     environment = os.environ | {"PYTHONPATH": str(ROOT / "host")}
     run = subprocess.run([sys.executable, "-c", DAEMONS, how, repo], env=environment, capture_output=True, text=True)
