@@ -12,6 +12,7 @@ ROWS = {
     "confinement": "confinement.run",
     "allocations": "allocations.run",
     "references": "memory.references",
+    "coverage": "coverage.run",
     "asan": "sanitizers.asan",
     "tsan": "sanitizers.tsan",
     "valgrind": "memory.valgrind",

@@ -83,6 +83,7 @@ LIBRARY = [
     lambda patched: patched.setitem(sys.modules, "re", SimpleNamespace(**vars(re))),
     lambda patched: patched.setitem(sys.modules, "re", filled(ModuleType("re"), vars(re))),
     lambda patched: patched.setattr(pathlib, "Path", type("Path", (PosixPath,), {})),
+    lambda patched: patched.setattr(pathlib, "PosixPath", type("Meta", (type,), {})("Path", (PosixPath,), {})),
     lambda patched: patched.setattr(pathlib, "Path", print),
     lambda patched: patched.setitem(sys.modules, "pathlib", SimpleNamespace(Path=Path)),
     lambda patched: patched.setattr(Path, "read_text", lambda *_given, **_named: "line 1\nread"),

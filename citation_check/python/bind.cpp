@@ -33,13 +33,13 @@ std::size_t find_parameter(const Signature& signature, Borrowed keyword, std::si
     const std::size_t defaults = defaults_count(signature);
     const Ref takes = steal(defaults != 0 ? PyUnicode_FromFormat("from %zu to %zu", most - defaults, most)
                                           : PyUnicode_FromFormat("%zu", most));
-    const Ref keyword_part = steal(
-        keyword_only_given != 0 ? PyUnicode_FromFormat(" positional argument%s (and %zu keyword-only argument%s)",
-                                                       plural(given), keyword_only_given, plural(keyword_only_given))
-                                : PyUnicode_FromString(""));
-    raise(PyExc_TypeError, "%U() takes %U positional argument%s but %zu%U %s given", signature.qualname.get(),
-          takes.get(), defaults != 0 ? "s" : plural(most), given, keyword_part.get(),
-          given == 1 && keyword_only_given == 0 ? "was" : "were");
+    // Every function has a positional parameter, so more than one is given.
+    const Ref keyword_part =
+        steal(keyword_only_given != 0 ? PyUnicode_FromFormat(" positional arguments (and %zu keyword-only argument%s)",
+                                                             keyword_only_given, plural(keyword_only_given))
+                                      : PyUnicode_FromString(""));
+    raise(PyExc_TypeError, "%U() takes %U positional argument%s but %zu%U were given", signature.qualname.get(),
+          takes.get(), defaults != 0 ? "s" : plural(most), given, keyword_part.get());
 }
 
 // 'a', then 'a' and 'b', then 'a', 'b', and 'c'.

@@ -33,13 +33,6 @@ inline Py_ssize_t length(Borrowed object) {
     return size;
 }
 
-// `hash(object)`
-inline Py_hash_t hash(Borrowed object) {
-    const Py_hash_t value = PyObject_Hash(object.get());
-    if (value == -1) throw Error{};
-    return value;
-}
-
 // `item in container`
 inline bool contains(Borrowed container, Borrowed item) {
     return check(PySequence_Contains(container.get(), item.get())) != 0;

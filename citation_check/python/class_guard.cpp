@@ -45,7 +45,7 @@ void ClassGuard::remember(Borrowed class_object) {
 }
 
 bool ClassGuard::is_unchanged(Borrowed class_object) {
-    if (type == nullptr || !class_object.is(type) || !Py_IS_TYPE(type, &PyType_Type)) return false;
+    if (type == nullptr || !class_object.is(type)) return false;
     auto* const watched = reinterpret_cast<PyTypeObject*>(type);
     if (version != 0 && version == version_of(watched)) return true;
     PyObject* const bases = watched->tp_mro;

@@ -1,6 +1,5 @@
 #include "error.h"
 
-#include <cxxabi.h>
 #include <unistd.h>
 
 #include <exception>
@@ -30,8 +29,6 @@ void park_ended_thread() noexcept {
 void set_error_from_exception() noexcept {
     try {
         throw;
-    } catch (const abi::__forced_unwind&) {
-        park();
     } catch (const Error&) {
         if (!PyErr_Occurred()) PyErr_SetString(PyExc_SystemError, "an error was reported without an exception");
     } catch (const std::bad_alloc&) {
@@ -42,6 +39,8 @@ void set_error_from_exception() noexcept {
     } catch (const std::exception& error) {
         PyErr_Format(PyExc_SystemError, "unforeseen failure: %s", error.what());
     } catch (...) {
+        // What ends a thread is no exception of C++'s.
+        if (!std::current_exception()) park();
         PyErr_SetString(PyExc_SystemError, "unforeseen failure");
     }
 }

@@ -279,13 +279,12 @@ Ref defaults_of(const FunctionRow& row) {
 }
 
 Ref keyword_defaults_of(const FunctionRow& row) {
-    Ref dict;
+    Ref dict = new_dict();
     for (const Parameter& parameter : row.parameters) {
         if (!parameter.keyword_only || !parameter.defaults_to_none) continue;
-        if (!dict) dict = new_dict();
         set_item(dict, steal(PyUnicode_InternFromString(parameter.name)), Py_None);
     }
-    return dict;
+    return PyDict_GET_SIZE(dict.get()) != 0 ? std::move(dict) : Ref{};
 }
 
 }  // namespace
