@@ -6,7 +6,7 @@ import re
 from harden import builds
 
 REPORT = re.compile(r"ERROR: \w+Sanitizer|WARNING: ThreadSanitizer|runtime error:")
-# What leaks by its nature: threads that the interpreter's end has parked, and libraries as they are imported.
+# What leaks without the module too: the interpreter, of threads that outlive it, and libraries as they are imported.
 LEAKING = "daemon_threads or test_command_cluster"
 
 

@@ -61,7 +61,7 @@ def test_finding(module):
 
 SAME = hash("contradicts")
 ODD = {
-    "verdict": [[], Odd(), Odd("no hash"), Odd(SAME), Odd(SAME, None), Odd(0, [])],
+    "verdict": [[], Odd(), Odd(None), Odd(SAME), Odd(SAME, None), Odd(0, [])],
     "sentence": [b"bytes", ["a", "b"], None, Text("text"), "\ud800", "a\x00b"],
     "checked": [None, (), "", [None], 7, {}],
 }
