@@ -56,8 +56,8 @@ Ref lookup_special(Borrowed object, Borrowed name) {
     return steal(bind(method.get(), object.get(), type));
 }
 
-ContextManager::ContextManager(Borrowed manager, Borrowed enter_name, Borrowed exit_name) {
-    enter_ = lookup_special(manager, enter_name);
+ContextManager::ContextManager(Borrowed manager, Borrowed enter_name, Borrowed exit_name)
+    : enter_(lookup_special(manager, enter_name)) {
     if (!enter_) {
         raise(PyExc_TypeError, "'%.200s' object does not support the context manager protocol",
               manager.type()->tp_name);
@@ -71,8 +71,8 @@ ContextManager::ContextManager(Borrowed manager, Borrowed enter_name, Borrowed e
 
 bool ContextManager::exit_with_error() {
     Handled error;
-    if (truth(call(exit_, error.type(), error.value(), error.traceback()))) return false;
-    error.reraise();
+    if (!truth(call(exit_, error.type(), error.value(), error.traceback()))) error.reraise();
+    return false;
 }
 
 }  // namespace py
