@@ -20,7 +20,8 @@ namespace {
 // --- the question of one claim, on a worker thread -----------------------------------------------------------------
 
 // The places of the variables that `ask` holds from the page check that made it.
-enum Held : Py_ssize_t { held_budget, held_client, held_failed };
+enum Held : std::size_t { held_budget, held_client, held_failed };
+constexpr const char* held_names[] = {"budget", "client", "failed"};
 
 Ref ask(Module& module, py::Closure held, Borrowed item) {
     const auto& names = module.names;
@@ -41,7 +42,10 @@ Ref ask(Module& module, py::Closure held, Borrowed item) {
 
 constexpr py::Parameter ask_parameters[] = {{"item", "tuple[CitedClaim, str]"}};
 constexpr py::FunctionRow ask_row = {
-    "ask", "check_citations.<locals>.ask", ask_parameters, "CitationAnswer | None", nullptr, py::native<ask>, CO_NESTED,
+    "ask",          "check_citations.<locals>.ask",
+    ask_parameters, "CitationAnswer | None",
+    nullptr,        py::native<ask>,
+    CO_NESTED,      held_names,
 };
 
 Ref make_ask(Module& module, Borrowed client, Borrowed budget, Borrowed failed) {

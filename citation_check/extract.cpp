@@ -27,12 +27,12 @@ namespace {
 Ref ref(Module& module, Borrowed self) {
     const auto& names = module.names;
     const Ref start = attr(self, names.start);
-    const Ref end = attr(self, names.end);
-    const bool one_line = compare(start, end, Py_EQ);
+    const bool one_line = compare(start, attr(self, names.end), Py_EQ);
+    const Ref first = format(attr(self, names.start));
+    const Ref last = one_line ? Ref{} : format(attr(self, names.end));
     const Ref path = format(attr(self, names.path));
-    const Ref first = format(start);
     if (one_line) return py::join(names.empty, names.bracket, path, names.first_line, first, names.closing_bracket);
-    return py::join(names.empty, names.bracket, path, names.first_line, first, names.last_line, format(end),
+    return py::join(names.empty, names.bracket, path, names.first_line, first, names.last_line, last,
                     names.closing_bracket);
 }
 
@@ -106,9 +106,8 @@ class Sentences {
     std::optional<py::Iteration> given_;
 };
 
-// `len(claim) < limit`
-bool is_shorter(Borrowed claim, Borrowed limit) {
-    const Py_ssize_t length = py::length(claim);
+// `length < limit`
+bool is_below(Py_ssize_t length, Borrowed limit) {
     const auto plain = py::plain_integer(limit);
     return plain ? length < *plain : compare(py::integer(length), limit, Py_LT);
 }
@@ -129,7 +128,8 @@ class Extraction {
         const auto& names = module_.names;
         host::find_citations(module_, sentence, citations_);
         const Ref claim = citations_.matches.empty() ? py::borrow(names.empty) : claim_of(sentence);
-        if (is_shorter(claim, module_.global(names.CLAIM_MIN_CHARS))) return;
+        const Py_ssize_t length = py::length(claim);
+        if (is_below(length, module_.global(names.CLAIM_MIN_CHARS))) return;
         for (const Ref& match : citations_.matches) {
             const auto [path, start, end] = host::citation_key(module_, match);
             const Ref cited_claim = module_.global(names.CitedClaim);

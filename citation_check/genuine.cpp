@@ -17,7 +17,10 @@ namespace {
 
 // A pattern that `re` itself compiled from this text: a host may have put a compiler of its own in its place.
 bool is_compiled_pattern(const Module& module, Borrowed object, const char* text) {
-    if (std::strcmp(object.type()->tp_name, "re.Pattern") != 0) return false;
+    constexpr long unicode = 32;  // `re.UNICODE`, and no other flag
+    const bool standard = PyType_HasFeature(object.type(), Py_TPFLAGS_IMMUTABLETYPE) &&
+                          std::strcmp(object.type()->tp_name, "re.Pattern") == 0;
+    if (!standard || PyLong_AsLong(attr(object, module.names.flags).get()) != unicode) return false;
     const Ref pattern = attr(object, module.names.pattern);
     return PyUnicode_Check(pattern.get()) && PyUnicode_CompareWithASCIIString(pattern.get(), text) == 0;
 }
@@ -33,6 +36,13 @@ bool is_function_of(Borrowed object, const char* module_name) {
     const Ref module = py::take(PyImport_GetModule(name.get()));
     if (!module) PyErr_Clear();
     return module && is_function_of(object, module);
+}
+
+// What a class holds under a name, a static method's function included; empty for nothing. No Python code runs.
+Ref class_attribute(Borrowed type, Borrowed name) {
+    PyObject* const found = _PyType_Lookup(reinterpret_cast<PyTypeObject*>(type.get()), name.get());
+    if (found == nullptr || !Py_IS_TYPE(found, &PyStaticMethod_Type)) return py::take(Py_XNewRef(found));
+    return py::steal(PyStaticMethod_Type.tp_descr_get(found, nullptr, type.get()));
 }
 
 PyObject* type_of(Borrowed object) { return reinterpret_cast<PyObject*>(object.type()); }
@@ -53,8 +63,8 @@ void remember_standard_patterns(Module& module, Borrowed pattern) {
 void remember_re(Module& module) {
     const Ref re = module.global(module.names.re);
     if (!PyModule_CheckExact(re.get())) return;
-    const Ref sub = attr(re, module.names.sub);
-    if (!is_function_of(sub, re)) return;
+    PyObject* const sub = PyDict_GetItem(PyModule_GetDict(re.get()), module.names.sub);
+    if (sub == nullptr || !is_function_of(sub, re)) return;
     keep(module.re_module, py::borrow(re));
     keep(module.re_sub, py::borrow(sub));
 }
@@ -72,7 +82,8 @@ void remember_path(Module& module) {
     if (!PyType_CheckExact(type.get())) return;
     for (PyObject* method : {names.resolve, names.is_relative_to, names.read_text, names.open, names.truediv_dunder,
                              names.str_dunder, names.fspath_dunder, names.new_dunder}) {
-        if (!is_function_of(attr(type, method), "pathlib")) return;
+        const Ref function = class_attribute(type, method);
+        if (!function || !is_function_of(function, "pathlib")) return;
     }
     // `Path()` makes an object of the class for this system, and that class is the one to watch.
     module.path_guard.remember(type_of(py::call(type)));

@@ -28,7 +28,7 @@ class WithoutInterpreterLock {
     WithoutInterpreterLock& operator=(const WithoutInterpreterLock&) = delete;
     ~WithoutInterpreterLock() noexcept(false) {
         // Asking for the lock is where the interpreter ends a daemon thread.
-        if (_Py_IsFinalizing()) py::park_ended_thread();
+        py::park_ended_thread();
         PyEval_RestoreThread(state_);
     }
 

@@ -16,7 +16,7 @@ from support import Client
 
 from harden import builds
 
-QUESTION_SECONDS, PATIENCE = 0.001, 1.0
+QUESTION_SECONDS, PATIENCE = 0.001, 3.0
 PAGES = {
     str(number): "\n\n".join(f"So says page {number} in line {line} [f:L{line}]." for line in range(1, 7))
     for number in range(12)

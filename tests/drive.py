@@ -50,6 +50,11 @@ def roads(module: ModuleType, root: Path) -> list[tuple[str, Call]]:
         module.cited_lines.marker = [module.cited_lines]
         del module.cited_lines.marker
 
+    def copied() -> str:
+        copy = fresh(module)
+        copy.cited_lines.__defaults__ = (copy.cited_lines,)
+        return copy.__name__
+
     client, module.logger = Client(answer), SimpleNamespace(warning=lambda *_given, **_named: None)
     client.asked, client.budgets = deque(maxlen=0), deque(maxlen=0)
     host, sources, checker = module.CitationCheckMixin(), module.CitedSources(root), module.CitationChecker
@@ -88,7 +93,7 @@ def roads(module: ModuleType, root: Path) -> list[tuple[str, Call]]:
         ("lint of no mapping", lambda: module.citation_lint_findings(client, [], root)),
         ("wrong call", lambda: module.citation_lint_findings(client, bogus=1)),
         ("function as an object", function_as_object),
-        ("copy of the module", lambda: fresh(module).__name__),
+        ("copy of the module", copied),
     ]
 
 
@@ -109,6 +114,6 @@ def growth(call: Call, rounds: int) -> list[int]:
 if __name__ == "__main__":
     from quenlow.workers.wiki import citation_check
 
-    for name, road in roads(citation_check, Path(sys.argv[1])):
-        if any(deltas := growth(road, int(sys.argv[2]))):
-            print(f"{name}: {deltas}")
+    rounds = int(sys.argv[2])
+    grown = [(name, growth(road, rounds)) for name, road in roads(citation_check, Path(sys.argv[1]))]
+    sys.exit("\n".join(f"{name}: {deltas}" for name, deltas in grown if any(deltas)) or None)

@@ -2,11 +2,12 @@
 
 import _testcapi
 import inspect
+from contextlib import nullcontext
 from itertools import chain, combinations
 from types import SimpleNamespace
 
 import pytest
-from support import Client, Text, agree, find, odd_key, outcome
+from support import Client, Text, agree, find, odd_key, outcome, page
 from test_surface import FUNCTIONS
 
 
@@ -44,10 +45,23 @@ def changed_defaults(one):
         yield outcome(calls[1])
 
 
-def test_recursion(module):
-    module._prose_blocks = module.cited_claims
-    with pytest.raises(RecursionError):
-        module.cited_claims("page")
+def test_recursion(both):
+    for one in both:
+        one._prose_blocks = one.cited_claims
+    assert "RecursionError" in agree(both, lambda one: one.cited_claims("page"))
+
+
+def test_free_variables(both, repo):
+    def pool_map(question, asked):
+        held = inspect.getclosurevars(question).nonlocals
+        for cell in question.__closure__:
+            del cell.cell_contents
+        return [held.keys(), outcome(question, asked[0])]
+
+    for one in both:
+        one.ThreadPoolExecutor = lambda **_named: nullcontext(SimpleNamespace(map=pool_map))
+        one.CheckedClaim = lambda _claim, answer: answer
+    assert "NameError" in agree(both, lambda one: one.check_citations(Client(), page("L1", "L2"), repo, max_questions=9))
 
 
 @pytest.mark.parametrize("call", [

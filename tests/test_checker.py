@@ -81,6 +81,13 @@ def test_first_failure(module, caplog, failing, error, failure):
     assert record.exc_info[1] is error and extract_tb(record.exc_info[2])[-1].name == "check"
 
 
+def test_failure_of_the_checker_itself(module, caplog):
+    checker = module.CitationChecker(Client(), "root")
+    del checker.client
+    assert checker.check("page") is None
+    assert extract_tb(caplog.records[0].exc_info[2])[-1].name == "check"
+
+
 @pytest.mark.parametrize("error, failure", [(Spoken(), None), (ValueError(1), "ValueError: 1")])
 def test_failure_inside_the_handler(module, failing, error, failure):
     (checker, errors), module.logger = failing, SimpleNamespace(warning=fail)

@@ -89,6 +89,27 @@ def test_ref(both):
         assert both[0].CitedClaim("claim", "a", start, end).ref == f"[a:{lines}]"
 
 
+def test_order_of_formats(both):
+    def road(one):
+        trace = []
+        values = [type(name, (Path,), {"__format__": traced(trace, name, format)})("good") for name in "abc"]
+        return one.CitedClaim("claim", *values).ref, one.CitedClaim("claim", *values[:2], values[1]).ref, trace
+
+    agree(both, road)
+
+
+def test_length_that_changes_the_limit(both):
+    def road(one):
+        def __len__(_text):
+            one._CLAIM_MIN_CHARS = 1000
+            return 20
+
+        one._claim_text = lambda _sentence: type("Long", (str,), {"__len__": __len__})("claim")
+        return one.cited_claims("Reads files [a:L1].")
+
+    assert agree(both, road) == "[]"
+
+
 def test_order_of_calls(both):
     def road(one):
         def finditer(sentence):

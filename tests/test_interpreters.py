@@ -40,15 +40,15 @@ def test_collector_sees_what_is_held(module):
     def look(holder):
         for held in gc.get_referents(holder):
             assert any(holder is one for one in gc.get_referrers(held)), (holder, held)
+        return len(gc.get_referents(holder))
 
-    text = type("Page", (str,), {})("a\n- b")
+    text, counts = type("Page", (str,), {})("a\n- b"), []
     unstarted, started, running = (module._prose_blocks(page) for page in (text, text, "a\nb\n- c\n\nd"))
     next(started)
     module.cited_lines.marker = [started]
-    for holder in (module, module.cited_lines, unstarted, started):
-        look(holder)
-    module._FENCE_RE = SimpleNamespace(match=lambda _line: look(running))
-    assert list(running) == ["a b", "c", "d"]
+    assert look(module) and [look(holder) for holder in (unstarted, started, module.cited_lines)] == [3, 4, 9]
+    module._FENCE_RE = SimpleNamespace(match=lambda _line: counts.append(look(running)))
+    assert (list(running), counts) == (["a b", "c", "d"], [3, 4, 5, 4, 3])
 
 
 def test_dying_objects_tell_their_weak_references(imported):

@@ -66,6 +66,15 @@ def test_name_that_compares_in_its_own_way(both):
 compiled, joined, record = re.compile, PosixPath.__truediv__, dataclasses.dataclass
 
 
+class Impostor:
+    def __init__(self, pattern):
+        self.pattern, self.flags, self.match = pattern, 32, compiled(pattern).match
+        self.sub = self.split = lambda *given: list(given)
+
+
+Impostor.__name__ = "re.Pattern"
+
+
 def filled(module, names):
     vars(module).update(names)
     return module
@@ -79,12 +88,17 @@ LIBRARY = [
     lambda patched: patched.setattr(re, "compile", lambda pattern: (
         patched.delitem(sys.modules, "pathlib", raising=False), compiled(pattern))[1]),
     lambda patched: patched.setattr(re, "sub", lambda *given: given[-1]),
+    lambda patched: patched.setattr(re, "compile", lambda pattern: compiled(pattern, re.ASCII)),
+    lambda patched: patched.setattr(re, "compile", Impostor),
     lambda patched: patched.setattr(re, "sub", len),
+    lambda patched: patched.setitem(sys.modules, "re", filled(ModuleType("re"), {"compile": compiled})),
     lambda patched: patched.setitem(sys.modules, "re", SimpleNamespace(**vars(re))),
     lambda patched: patched.setitem(sys.modules, "re", filled(ModuleType("re"), vars(re))),
     lambda patched: patched.setattr(pathlib, "Path", type("Path", (PosixPath,), {})),
     lambda patched: patched.setattr(pathlib, "PosixPath", type("Meta", (type,), {})("Path", (PosixPath,), {})),
     lambda patched: patched.setattr(pathlib, "Path", print),
+    lambda patched: patched.setattr(pathlib, "Path", object),
+    lambda patched: patched.delattr(Path, "read_text"),
     lambda patched: patched.setitem(sys.modules, "pathlib", SimpleNamespace(Path=Path)),
     lambda patched: patched.setattr(Path, "read_text", lambda *_given, **_named: "line 1\nread"),
     lambda patched: patched.setattr(Path, "__truediv__", lambda self, path: joined(self, path)),
@@ -98,6 +112,7 @@ def test_import_with_a_library_that_was_replaced(both, repo, monkeypatch, change
         change(patched)
         copies = list(map(fresh, both))
     agree(copies, lambda one: driven(one, repo, lambda _one: None))
+    agree(copies, lambda one: one.cited_claims("Reads files.\u00a0Writes files [a:L1].\n\u0663. Reads all files [a:L2]."))
 
 
 @pytest.mark.parametrize("change", [

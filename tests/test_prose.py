@@ -32,9 +32,10 @@ def test_blocks(module, markdown, blocks):
 def test_every_whitespace_character(module):
     spaces = [chr(code) for code in range(sys.maxunicode + 1) if chr(code).isspace()]
     assert len(spaces) == 29
-    for space in set(spaces) - {"\n"}:
-        blocks = module._prose_blocks(f"{space}a{space}b\n{space}-{space}{space}c{space}\n{space}")
-        assert list(blocks) == [f"a{space}b", "c"]
+    # A table tells whitespace below U+0100, and the interpreter from there on.
+    for letter, space in product("aĀ", set(spaces) - {"\n"}):
+        blocks = module._prose_blocks(f"{space}{letter}{space}b\n{space}-{space}{space}c{space}\n{space}")
+        assert list(blocks) == [f"{letter}{space}b", "c"]
 
 
 class Own(str):
@@ -128,6 +129,28 @@ def test_generator_is_one(module):
     assert isinstance(blocks, Generator) and iter(blocks) is blocks
     assert (blocks.__name__, blocks.__qualname__) == ("_prose_blocks", "_prose_blocks")
     assert list(delegate()) == ["One", "two"] and list(blocks) == []
+
+
+def test_generator_of_a_renamed_function(both):
+    def road(one):
+        one._prose_blocks.__name__, one._prose_blocks.__qualname__ = "other", "one.other"
+        return one._prose_blocks("page"), one._prose_blocks("page").__name__
+
+    assert "one.other" in agree(both, road)
+
+
+def test_context_of_what_is_thrown(both):
+    def road(one, thrown):
+        try:
+            fail()
+        except LookupError:
+            try:
+                one._prose_blocks("page").throw(thrown)
+            except Exception as error:
+                return error, error.__context__, error.__cause__
+
+    for thrown in (ValueError, ValueError("a"), raised(), StopIteration(1)):
+        agree(both, lambda one: road(one, thrown))
 
 
 @pytest.mark.parametrize("name", ["__name__", "__qualname__"])

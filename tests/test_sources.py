@@ -62,6 +62,12 @@ def test_cited_lines_of_every_boundary(both):
         agree(both, lambda one: [one.cited_lines("".join(parts), *lines) for lines in ranges])
 
 
+def test_every_line_of_uneven_texts(module):
+    lines = ["é" * (number * 7 % 31) for number in range(200)]
+    for end, number in product(["\n", "\r\n", "\u2028"], range(1, 200)):
+        assert module.cited_lines(end.join(lines), number, number + 1) == "\n".join(lines[number - 1 : number + 1])
+
+
 @pytest.fixture
 def files(repo):
     (repo.parent / "repo-evil").mkdir()
@@ -163,6 +169,31 @@ def test_file_that_changes_as_it_is_opened(both, files, change, text):
                 setrlimit(RLIMIT_NOFILE, LIMIT)
 
     assert agree(both, road) == ("LookupError: failed" if text is None else repr(text))
+
+
+def test_files_that_are_opened(both, files):
+    opened, listening, (readable, writable) = [], True, os.pipe()
+    sys.addaudithook(lambda event, given: listening and event == "open" and opened.append(given))
+    places = [(files, path) for path in ("inside", "away", "../secret", "src", "gone")]
+    places += [(Path("/proc"), f"self/fd/{readable}")]
+
+    def road(one):
+        opened.clear()
+        return [one.CitedSources(root)._read(path) for root, path in places], opened
+
+    agree(both, road)
+    listening = False
+    os.close(readable), os.close(writable)
+
+
+def test_the_descriptor_zero_is_one_as_any(module, files):
+    kept = os.dup(0)
+    os.close(0)
+    try:
+        assert module.CitedSources(files)._read("inside") == NINE
+        assert os.dup(kept) == 0
+    finally:
+        os.dup2(kept, 0), os.close(kept)
 
 
 @pytest.mark.parametrize("root", [Path("a\0"), Path("\ud800"), Path("src"), Path(), "src", 7, None])

@@ -31,8 +31,9 @@ std::size_t find_parameter(const Signature& signature, Borrowed keyword, std::si
 [[noreturn]] void raise_too_many(const Signature& signature, std::size_t given, std::size_t keyword_only_given) {
     const std::size_t most = signature.positional;
     const std::size_t defaults = defaults_count(signature);
-    const Ref takes = steal(defaults != 0 ? PyUnicode_FromFormat("from %zu to %zu", most - defaults, most)
-                                          : PyUnicode_FromFormat("%zu", most));
+    const Ref takes =
+        steal(defaults != 0 ? PyUnicode_FromFormat("from %zd to %zu", static_cast<Py_ssize_t>(most - defaults), most)
+                            : PyUnicode_FromFormat("%zu", most));
     // Every function has a positional parameter, so more than one is given.
     const Ref keyword_part =
         steal(keyword_only_given != 0 ? PyUnicode_FromFormat(" positional arguments (and %zu keyword-only argument%s)",

@@ -11,8 +11,16 @@ Ref make_code(Module& module, const FunctionRow& row);
 // The tuple of a row's parameter names, interned.
 Ref parameter_names(const FunctionRow& row);
 
-// After a failure of `row`: one that starts in native code gets its entry in the traceback, one that passes through has
-// its own.
-void trace_failure(const FunctionRow& row) noexcept;
+// While this lives, a native function runs on this thread.
+class Running {
+  public:
+    explicit Running(const FunctionRow& row) noexcept;
+    Running(const Running&) = delete;
+    Running& operator=(const Running&) = delete;
+    ~Running();
+
+  private:
+    const FunctionRow* outer_;
+};
 
 }  // namespace py

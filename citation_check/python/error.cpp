@@ -22,7 +22,7 @@ bool holds_interpreter_lock() noexcept {
 
 }  // namespace
 
-void park_ended_thread() noexcept {
+void park_when_finalizing() noexcept {
     if (!holds_interpreter_lock()) park();
 }
 
@@ -49,6 +49,7 @@ Handled::Handled() {
     PyObject* type = nullptr;
     PyObject* value = nullptr;
     PyObject* traceback = nullptr;
+    trace_failure();
     PyErr_Fetch(&type, &value, &traceback);
     PyErr_NormalizeException(&type, &value, &traceback);
     if (traceback != nullptr) PyException_SetTraceback(value, traceback);
@@ -62,6 +63,7 @@ Handled::Handled() {
 }
 
 Handled::~Handled() {
+    park_ended_thread();
     PyObject*& handled = PyThreadState_Get()->exc_info->exc_value;
     const Ref own = take(std::exchange(handled, outer_.release()));
 }

@@ -8,6 +8,10 @@ namespace py {
 // already, what means that memory does not suffice is MemoryError, and what nobody foresaw is SystemError.
 void set_error_from_exception() noexcept;
 
+// With an error set: one that starts in the native function that runs gets its entry in the traceback, one that passes
+// through has its own.
+void trace_failure() noexcept;
+
 // The edge to the interpreter: what `body` returns, or NULL with the error set.
 template <class Body>
 PyObject* guarded(Body body) noexcept {
@@ -69,10 +73,13 @@ auto try_except(PyObject* kind, Body body, Handler handler) -> decltype(body()) 
 // no frame that would count it.
 class RecursionDepth {
   public:
-    RecursionDepth() { check(Py_EnterRecursiveCall(" while calling a Python object") == 0 ? 0 : -1); }
+    RecursionDepth() { check(Py_EnterRecursiveCall("") == 0 ? 0 : -1); }
     RecursionDepth(const RecursionDepth&) = delete;
     RecursionDepth& operator=(const RecursionDepth&) = delete;
-    ~RecursionDepth() { Py_LeaveRecursiveCall(); }
+    ~RecursionDepth() {
+        park_ended_thread();
+        Py_LeaveRecursiveCall();
+    }
 };
 
 // Raises `kind` with a message in the format of PyErr_Format.

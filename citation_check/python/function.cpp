@@ -51,7 +51,7 @@ std::size_t positional_count(const FunctionRow& row) {
 Ref run(FunctionObject& function, PyObject* const* arguments, std::size_t count, PyObject* keywords) {
     const FunctionRow& row = *function.row;
     function.module->refuse_when_collected(function.fields[qualname]);
-    const Closure cells(function.fields[closure]);
+    const Closure cells(function.fields[closure], row.free_variables);
     if (keywords == nullptr && count == row.parameters.size() && positional_count(row) == count) {
         return row.body.enter(*function.module, {arguments, cells});
     }
@@ -68,15 +68,24 @@ Ref run(FunctionObject& function, PyObject* const* arguments, std::size_t count,
     return row.body.enter(*function.module, {bound.values(), cells});
 }
 
+// A generator has the names that its function has by now.
+void name_generator(Borrowed generator, const FunctionObject& function) {
+    set_attr(generator, function.module->names.name_dunder, function.fields[name]);
+    set_attr(generator, function.module->names.qualname_dunder, function.fields[qualname]);
+}
+
 PyObject* call_function(PyObject* self, PyObject* const* arguments, std::size_t flagged_count,
                         PyObject* keywords) noexcept {
     const Ref alive = borrow(self);
     const auto count = static_cast<std::size_t>(PyVectorcall_NARGS(flagged_count));
+    const Running running(*as_function(self).row);
     PyObject* const result = guarded([&] {
         const RecursionDepth depth;
-        return run(as_function(self), arguments, count, keywords);
+        Ref result = run(as_function(self), arguments, count, keywords);
+        if ((as_function(self).row->code_flags & CO_GENERATOR) != 0) name_generator(result, as_function(self));
+        return result;
     });
-    if (result == nullptr) trace_failure(*as_function(self).row);
+    if (result == nullptr) trace_failure();
     return result;
 }
 

@@ -25,11 +25,21 @@ constexpr std::size_t most_parameters = 8;
 // The variables that an inner function holds from the call that made it.
 class Closure {
   public:
-    explicit Closure(PyObject* cells) : cells_(cells) {}
-    Ref operator[](Py_ssize_t index) const { return steal(PyCell_Get(PyTuple_GET_ITEM(cells_, index))); }
+    Closure(PyObject* cells, std::span<const char* const> names) : cells_(cells), names_(names) {}
+
+    // NameError for a variable that somebody has deleted.
+    Ref operator[](std::size_t index) const {
+        Ref value = take(PyCell_Get(PyTuple_GET_ITEM(cells_, static_cast<Py_ssize_t>(index))));
+        if (value) return value;
+        raise(PyExc_NameError,
+              "cannot access free variable '%s' where it is not associated with a value in enclosing"
+              " scope",
+              names_[index]);
+    }
 
   private:
     PyObject* cells_;
+    std::span<const char* const> names_;
 };
 
 // What a function's body gets: a value for each parameter, all kept alive by the caller.
@@ -58,7 +68,8 @@ struct FunctionRow {
     const char* returns;
     const char* doc;  // nullptr: `__doc__` is None
     PlacedBody body;
-    int code_flags = 0;  // of its code object, besides those of every function
+    int code_flags = 0;                                // of its code object, besides those of every function
+    std::span<const char* const> free_variables = {};  // the names of what an inner function's cells hold
 };
 
 // A new function object for `row`, which must outlive it. `cells` is an inner function's tuple of cells, or NULL.

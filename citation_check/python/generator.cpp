@@ -56,6 +56,7 @@ Ref resume(GeneratorObject& generator) {
     refuse_when_running(generator);
     if (generator.state == State::finished) return {};
     Module::of(generator.module).refuse_when_collected(generator.qualname);
+    const Running running(*generator.row);
     const RecursionDepth depth;
     generator.state = State::running;
     try {
@@ -68,7 +69,7 @@ Ref resume(GeneratorObject& generator) {
         return value;
     } catch (...) {
         set_error_from_exception();
-        trace_failure(*generator.row);
+        trace_failure();
         finish_with_error(generator);
         throw Error{};
     }
@@ -124,15 +125,7 @@ void set_thrown_error(PyObject* kind, PyObject* value, PyObject* traceback) {
     PyObject* instance = error_value.release();
     PyObject* trace = error_traceback.release();
     PyErr_NormalizeException(&type, &instance, &trace);
-    // Set as raised, not as restored, so that what is being handled becomes its context; then its own traceback.
-    const Ref raised_type = take(type);
-    const Ref raised = take(instance);
-    PyErr_SetObject(type, instance);
-    if (trace == nullptr) return;
-    PyObject *set_type = nullptr, *set_value = nullptr, *set_traceback = nullptr;
-    PyErr_Fetch(&set_type, &set_value, &set_traceback);
-    Py_XDECREF(set_traceback);
-    PyErr_Restore(set_type, set_value, trace);
+    PyErr_Restore(type, instance, trace);
 }
 
 PyObject* throw_into(PyObject* self, PyObject* const* arguments, Py_ssize_t count) noexcept {

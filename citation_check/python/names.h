@@ -113,6 +113,7 @@
     X(resolve, "resolve") \
     X(root, "root") \
     X(scanner, "scanner") \
+    X(flags, "flags") \
     X(search, "search") \
     X(set, "set") \
     X(severity, "severity") \

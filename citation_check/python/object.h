@@ -29,8 +29,11 @@ class Borrowed {
 
 // While the interpreter is finalised: keeps a thread for ever that does not hold the interpreter's lock. The
 // interpreter ends such a thread, a daemon, by unwinding its stack, native frames included, where nothing may be
-// touched any more.
-void park_ended_thread() noexcept;
+// touched any more; so every destructor that touches the interpreter begins with this.
+void park_when_finalizing() noexcept;
+inline void park_ended_thread() noexcept {
+    if (_Py_IsFinalizing()) park_when_finalizing();
+}
 
 // One owned reference, or empty. Move-only, so each reference is released exactly once.
 class Ref {
@@ -41,7 +44,7 @@ class Ref {
     Ref& operator=(const Ref&) = delete;
     ~Ref() {
         if (object_ == nullptr) return;
-        if (_Py_IsFinalizing()) park_ended_thread();
+        park_ended_thread();
         Py_DECREF(object_);
     }
 
