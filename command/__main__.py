@@ -3,11 +3,9 @@ import sys
 
 # Until a run can end in good order there is nothing to lose, and no traceback to show.
 signal.signal(signal.SIGINT, signal.SIG_DFL)
-
 try:
     from command.cli import main
 except ImportError as error:
     print(f"wiki: the citation check cannot be loaded, scripts/setup builds it: {error}", file=sys.stderr)
     sys.exit(2)
-
 sys.exit(main())

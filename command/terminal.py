@@ -1,33 +1,35 @@
-"""Colour and the progress bar, where a terminal shows them."""
+"""How the command speaks with whoever called it."""
 
-import os
+import signal
 import sys
-from collections.abc import Iterator
-from contextlib import contextmanager
-from typing import TextIO
-
-from command.run import Advance
+import threading
+from collections.abc import Callable
 
 
-def coloured(text: str, colour: str, out: TextIO) -> str:
-    return f"\033[{colour}m{text}\033[0m" if out.isatty() and not os.environ.get("NO_COLOR") else text
+class CommandError(Exception):
+    """The command cannot do what it was asked to; the message is one line that says why."""
 
 
-@contextmanager
-def progress(pages: int) -> Iterator[Advance]:
-    """A bar on standard error, when that is a terminal."""
-    if not sys.stderr.isatty():
-        yield lambda _pages, _questions, _findings: None
-        return
-    from tqdm import tqdm
+def complain(message: object) -> None:
+    print(f"wiki: {printable(str(message))}", file=sys.stderr)
 
-    asked = found = 0
 
-    def advance(pages: int, questions: int, findings: int) -> None:
-        nonlocal asked, found
-        asked, found = asked + questions, found + findings
-        bar.set_postfix_str(f"{asked} questions asked, {found} findings", refresh=False)
-        bar.update(pages)
+def printable(text: str) -> str:
+    """Text on one line, without the control characters that a page could steer a terminal with."""
+    return "".join(char if char.isprintable() else ascii(char)[1:-1] for char in text)
 
-    with tqdm(total=pages, unit=" pages", leave=False) as bar:
-        yield advance
+
+def counted(number: int, noun: str) -> str:
+    return f"{number} {noun}" if number == 1 else f"{number} {noun}s"
+
+
+def stop_on_interrupt() -> Callable[[], bool]:
+    """The run's `should_stop`, true from the first Ctrl-C on; the second one kills."""
+    stop = threading.Event()
+
+    def request_stop(*_signal: object) -> None:
+        signal.signal(signal.SIGINT, signal.SIG_DFL)
+        stop.set()
+
+    signal.signal(signal.SIGINT, request_stop)
+    return stop.is_set

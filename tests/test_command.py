@@ -1,4 +1,4 @@
-"""The `wiki` command, with its embedded model."""
+"""The `wiki` command, with its embedded model; and the types of the command and the host."""
 
 import os
 import re
@@ -13,21 +13,6 @@ TRUE, WRONG, OTHER = (
     "The download makes 3 attempts [src/app.py:L1].\n", "The download makes 5 attempts [src/app.py:L1].\n",
     "Penguins migrate across antarctic glaciers [src/app.py:L1].\n")
 LINT, CHECK = ([*start, "--repo", "repo", "--consent"] for start in (["lint", "wiki"], ["check", "page.md"]))
-INTERRUPTED = """
-import os, signal, sys
-from command.cli import main
-from quenlow.engines.word_model import WordModel
-
-def answer(self, state, questions, should_stop):
-    if "5" in str(state):
-        os.kill(os.getpid(), signal.SIGINT)
-        while not should_stop():
-            pass
-    return real(self, state, questions, should_stop)
-
-real, WordModel.answer = WordModel.answer, answer
-sys.exit(main(sys.argv[1:]))
-"""
 
 
 @pytest.fixture
@@ -75,8 +60,6 @@ def test_launcher(run):
     assert status == 0 and "1 of 1 page checked" in printed, printed
 
 
-def test_interrupt(run):
-    pages = {"wiki/a": OTHER, "wiki/b": f"{WRONG}\n{OTHER}\n{TRUE}"}
-    status, printed = run(LINT, pages, [sys.executable, "-c", INTERRUPTED])
-    expected = "citation-unsupported.*citation-check-failed.*1 of 3 pages checked"
-    assert status == 2 and re.search(expected, printed, re.DOTALL) and "Traceback" not in printed, printed
+def test_types():
+    checked = subprocess.run([sys.executable, "-m", "mypy"], cwd=ROOT, capture_output=True, text=True)
+    assert checked.returncode == 0, checked.stdout

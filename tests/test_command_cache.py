@@ -20,7 +20,7 @@ class Model:
     def answer(self, *_arguments):
         if not self.answers:
             raise DecisionError("no more answers")
-        return {"citation": self.answers.pop(0)}
+        return self.answers.pop(0)
 
 
 def decide(cache, model, version=1):
@@ -63,8 +63,7 @@ def no_database(file):
 @pytest.mark.parametrize("damage, fresh_start", [
     (no_database, True), (spoil(0), True), (spoil(100), True), (spoil(4096), True),
     (lambda file: file.write_bytes(file.read_bytes()[:5000]), True),
-    (lambda file: file.write_bytes(b""), False), (set_answer('{"citation": "maybe"}'), False),
-    (set_answer(b"\x80\x04"), False), (set_answer("{"), False), (set_answer("[1]"), False),
+    (lambda file: file.write_bytes(b""), False), (set_answer("maybe"), False), (set_answer(b"\x80"), False),
 ])
 def test_what_is_damaged_is_asked_again(damage, fresh_start, tmp_path, capsys):
     decide(tmp_path, Model("supports"))

@@ -1,5 +1,6 @@
 """Pages spread over real worker processes."""
 
+import importlib
 import json
 import os
 import signal
@@ -7,6 +8,7 @@ import threading
 
 import pytest
 
+from command.arguments import parser
 from wiki_command import ENVIRONMENT, SUPPORTS, completion, model_server, says, start, wiki, write_wiki
 
 distributed = pytest.importorskip("distributed")
@@ -100,20 +102,34 @@ def test_a_failure_ends_the_run_at_its_page(scheduler, lint):
     assert reports[1][-1].startswith("21 of 40 pages checked") and reports[1][-1].endswith("wiki/p21.md")
 
 
-def test_a_local_cluster_is_as_large_as_asked_for():
-    cluster = pytest.importorskip("command.cluster").cluster
-    with cluster(None, 1) as dask:
+def test_a_cluster_of_one_that_loses_its_worker(lint, monkeypatch):
+    cluster = importlib.import_module("command.cluster")
+    monkeypatch.setattr(cluster, "_WORKERLESS_SECONDS", 1)
+    options = parser().parse_args(list(map(str, lint[:5])))
+    with pytest.raises(Exception, match="no workers for 1 s"), cluster.cluster(None, 1) as check:
+        dask = check.args[0]
         assert list(dask.ncores().values()) == [1]
+        dask.cluster.scale(0)
+        while dask.ncores():
+            pass
+        list(check(options.pages(options.target), options, lambda: False))
 
 
-def test_interrupt(lint):
-    gate = Gate()
-    with model_server(gate) as server:
-        running = start([*lint, "--workers", 2, "--model-url", server.url], start_new_session=True)
-        gate.both_there.wait(20)
+@pytest.mark.parametrize("spread, stalling_page, findings", [(["--workers", 2], 0, 0), ([], 8, 3)])
+def test_interrupt_while_the_server_stalls(lint, spread, stalling_page, findings):
+    stalling, ended = threading.Event(), threading.Event()
+
+    def stall(handler, sentence):
+        if sentence.startswith(f"Page {stalling_page} "):
+            stalling.set()
+            ended.wait(60)
+        contradict(handler, sentence)
+
+    with model_server(stall) as server:
+        running = start([*lint, *spread, "--model-url", server.url], start_new_session=True)
+        assert stalling.wait(20)
         os.killpg(running.pid, signal.SIGINT)
-        threading.Timer(1.5, gate.opened.set).start()
-        output, errors = running.communicate(timeout=30)
-    assert (running.returncode, errors) == (2, "")
-    assert "the run was asked to stop" in output and "0 of 40 pages checked" in output
-    assert len(server.sentences) < 10
+        output, errors = running.communicate(timeout=15)
+        ended.set()
+    assert (running.returncode, errors, output.count("citation-contradicted")) == (2, "", findings)
+    assert "the run was asked to stop" in output and f"{stalling_page} of 40 pages checked" in output

@@ -34,7 +34,7 @@ PARTS = [
 
 
 def test_places():
-    found = {(claim.path[4:], claim.start): place for claim, place in places(PAGE).items()}
+    found = {(claim.path[4:], claim.start): tuple(place.values()) for claim, place in places(PAGE).items()}
     assert found == {
         ("app.py", 1): (3, 1), ("app.py", 2): (3, 40), ("app.py", 3): (4, 44), ("app.py", 6): (10, 7),
         ("app.py", 5): (11, 11), ("gone.py", 1): (13, 1)}
@@ -46,7 +46,7 @@ def test_the_sentence_of_every_claim_begins_at_its_place():
         markdown = "".join(dice.choices(PARTS, k=dice.randint(1, 40)))
         found = places(markdown)
         for claim in cited_claims(markdown):
-            line, column = found[claim]
+            line, column = found[claim].values()
             lines = markdown.split("\n")
             lines[line - 1] = f"{lines[line - 1][: column - 1]}Q{lines[line - 1][column - 1 :]}"
             begun_by_q = [other for other in cited_claims("\n".join(lines)) if other.claim.startswith("Q")]
@@ -64,7 +64,7 @@ def lint(repo, tmp_path, monkeypatch):
 
 
 def test_json_holds_what_the_text_says(lint, tmp_path):
-    lint += ["--show-lines", "--wiki-check-citations-per-page", 5]
+    lint += ["--show-lines", "--wiki-check-citations-per-page", 4]
     text = wiki(*lint)[1].splitlines()
     assert wiki(*lint, "--format", "json", "--output", "report") == (1, "", "")
     report = json.loads((tmp_path / "report").read_text())
@@ -76,8 +76,8 @@ def test_json_holds_what_the_text_says(lint, tmp_path):
         told += [f"{number:>8} | {line}" for number, line in enumerate(cited, message.get("start", 0))]
     assert text[:-1] == told
     assert text[0].startswith("wiki/a,b%.md:3:1: low: citation-unsupported: [src/app.py:L1]")
-    assert text[1] == "       1 | line 1" and text[-1] == (
-        "2 of 2 pages checked, 5 questions asked, 5 findings, 1 claim skipped (1 over the cap, 0 unreadable)")
+    assert text[1] == "       1 | line 1" and text[-1].startswith("2 of 2 pages checked, 4 questions asked, ")
+    assert text[-1].endswith(", 4 findings, 2 claims skipped (1 over the cap, 1 unreadable)")
     assert report["summary"]["over_cap"] == report["pages"][0]["over_cap"] == 1
 
 

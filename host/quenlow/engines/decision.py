@@ -1,20 +1,21 @@
 """The decision client: puts questions to the decision model, within the user's limits."""
 
+import hashlib
+import json
 import threading
 import time
-from collections.abc import Callable
+from collections.abc import Callable, Mapping
 from dataclasses import dataclass
 
-from quenlow.engines.model import Answers, Decision, DecisionError as DecisionError, Model, Question, State
+from quenlow.engines.model import DecisionError, Model, Question, State
 
 _CHARS_PER_TOKEN = 4
 
 CITATION_QUESTION_VERSION = 1
 _CITATION_QUESTION = Question(
-    key="citation",
-    text="How do the cited lines relate to the sentence: do they support it, contradict it, or say nothing"
-    " about it?",
-    choices=("supports", "contradicts", "says_nothing"),
+    "citation",
+    "Do the cited lines support the sentence, contradict it, or say nothing about it?",
+    ("supports", "contradicts", "says_nothing"),
 )
 
 
@@ -39,15 +40,10 @@ class CitationAnswer:
 
 
 class RunBudget:
-    """What one run may spend on the decision model. Shared by all threads of the run.
+    """What one run may spend on the decision model until it is asked to stop; all its threads share it."""
 
-    Attributes:
-        refused: Whether a call was refused because it would have gone beyond the limits.
-    """
-
-    def __init__(self, max_calls: int, max_input_tokens: int, should_stop: Callable[[], bool] | None) -> None:
-        self.max_calls = max_calls
-        self.max_input_tokens = max_input_tokens
+    def __init__(self, config: DecisionConfig, should_stop: Callable[[], bool] | None) -> None:
+        self._config = config
         self.should_stop = should_stop or (lambda: False)
         self.calls = 0
         self.input_tokens = 0
@@ -57,10 +53,10 @@ class RunBudget:
     def charge(self, input_tokens: int) -> None:
         """Spend one call, or raise DecisionError and spend nothing."""
         with self._lock:
-            if self.calls >= self.max_calls:
+            if self.calls >= self._config.max_calls_per_batch:
                 self.refused = True
                 raise DecisionError("the run's calls are spent (max_calls_per_batch)")
-            if self.input_tokens + input_tokens > self.max_input_tokens:
+            if self.input_tokens + input_tokens > self._config.max_input_tokens_per_batch:
                 self.refused = True
                 raise DecisionError("the run's input tokens are spent (max_input_tokens_per_batch)")
             self.calls += 1
@@ -68,19 +64,13 @@ class RunBudget:
 
 
 class DecisionClient:
-    """Asks one model under one configuration. An answer is kept, and given again at no cost.
+    """Asks one model under one configuration. An answer is kept, and given again at no cost."""
 
-    Answers are kept as long as the client lives, or wherever `answers` keeps them.
-
-    Attributes:
-        decisions: How many decisions were given, kept answers included.
-    """
-
-    def __init__(self, config: DecisionConfig, model: Model, answers: Answers | None = None) -> None:
+    def __init__(self, config: DecisionConfig, model: Model, answers: dict[bytes, str] | None = None) -> None:
         self.config = config
         self.model = model
-        self.decisions = 0
-        self._answers: Answers = {} if answers is None else answers
+        self.decisions = 0  # given so far, kept answers included
+        self._answers = {} if answers is None else answers
         self._lock = threading.Lock()
 
     def feature_enabled(self, name: str) -> bool:
@@ -88,61 +78,38 @@ class DecisionClient:
         return bool(getattr(self.config, name, False))
 
     def new_budget(self, *, should_stop: Callable[[], bool] | None = None) -> RunBudget:
-        """A budget for one run, of the configured size; the run's calls end once `should_stop` is true."""
-        return RunBudget(self.config.max_calls_per_batch, self.config.max_input_tokens_per_batch, should_stop)
+        return RunBudget(self.config, should_stop)
 
     def decide(
-        self,
-        state: State,
-        questions: tuple[Question, ...],
-        *,
-        question_version: object,
-        budget: RunBudget | None = None,
-    ) -> Decision:
-        """The model's choices. Without a budget the call ends by the interactive deadline."""
-        should_stop = self._deadline() if budget is None else budget.should_stop
+        self, state: State, question: Question, *, question_version: object, budget: RunBudget | None = None
+    ) -> Mapping[str, str]:
+        """The model's choice under the question's key. Without a budget the interactive deadline holds."""
+        deadline = time.monotonic() + self.config.interactive_seconds
+        should_stop = budget.should_stop if budget else lambda: time.monotonic() >= deadline
         if should_stop():
             raise DecisionError("the run was asked to stop")
-        key = (question_version, self.model.name, state, questions)
-        decision = self._answers.get(key)
-        if decision is None or not _complete(decision, questions):
-            if budget is not None:
-                budget.charge(_input_tokens(state, questions))
-            decision = self.model.answer(state, questions, should_stop)
-            _require_usable(decision, questions)
-            if _complete(decision, questions):
-                self._answers[key] = decision
+        asked = json.dumps([question_version, self.model.name, state, question], default=str)
+        key = hashlib.sha256(asked.encode()).digest()
+        choice = self._answers.get(key)
+        if choice not in question.choices:
+            if budget:
+                texts = [*dict(state).values(), question.text]
+                budget.charge(sum(len(text) // _CHARS_PER_TOKEN + 1 for text in texts))
+            choice = self.model.answer(state, question, should_stop)
+            if choice in question.choices:
+                self._answers[key] = choice
+            elif choice is not None:
+                raise DecisionError(f"unusable answer to the question {question.key!r}: {choice!r:.80}")
         with self._lock:
             self.decisions += 1
-        return decision
-
-    def _deadline(self) -> Callable[[], bool]:
-        end = time.monotonic() + self.config.interactive_seconds
-        return lambda: time.monotonic() >= end
+        return {} if choice is None else {question.key: choice}
 
 
-def _input_tokens(state: State, questions: tuple[Question, ...]) -> int:
-    texts = [text for _name, text in state] + [question.text for question in questions]
-    return sum(len(text) // _CHARS_PER_TOKEN + 1 for text in texts)
+def citation_request(claim_text: str, passage: str) -> tuple[State, Question]:
+    return (("sentence", claim_text), ("cited lines", passage)), _CITATION_QUESTION
 
 
-def _complete(decision: Decision, questions: tuple[Question, ...]) -> bool:
-    return all(decision.get(question.key) in question.choices for question in questions)
-
-
-def _require_usable(decision: Decision, questions: tuple[Question, ...]) -> None:
-    for question in questions:
-        choice = decision.get(question.key)
-        if choice is not None and choice not in question.choices:
-            raise DecisionError(f"unusable answer to the question {question.key!r}: {choice!r:.80}")
-
-
-def citation_request(claim_text: str, passage: str) -> tuple[State, tuple[Question, ...]]:
-    """The citation question about a sentence and the lines that it cites."""
-    return (("sentence", claim_text), ("cited lines", passage)), (_CITATION_QUESTION,)
-
-
-def citation_answer(result: Decision) -> CitationAnswer | None:
+def citation_answer(result: Mapping[str, str]) -> CitationAnswer | None:
     """The answer to the citation question, None when the model gave none."""
     verdict = result.get(_CITATION_QUESTION.key)
     return None if verdict is None else CitationAnswer(verdict)

@@ -1,34 +1,15 @@
 """What the decision client requires of a decision model."""
 
-from collections.abc import Callable, Mapping
+from collections.abc import Callable
 from typing import NamedTuple, Protocol, TypeAlias
+
+State: TypeAlias = tuple[tuple[str, str], ...]  # what a question is about: named texts
 
 
 class Question(NamedTuple):
-    """One question with a closed list of answers."""
-
     key: str
     text: str
-    choices: tuple[str, ...]
-
-
-State: TypeAlias = tuple[tuple[str, str], ...]
-"""What the questions are about: named texts."""
-
-Decision: TypeAlias = Mapping[str, str]
-"""The choice made for each question, by its key; a question left out has no answer."""
-
-
-QuestionKey: TypeAlias = tuple[object, str, State, tuple[Question, ...]]
-"""What an answer is kept under: question version, model, state and questions."""
-
-
-class Answers(Protocol):
-    """Where answers are kept; used from several threads at once."""
-
-    def get(self, key: QuestionKey, /) -> Decision | None: ...
-
-    def __setitem__(self, key: QuestionKey, decision: Decision, /) -> None: ...
+    choices: tuple[str, ...]  # all the answers that there are
 
 
 class DecisionError(Exception):
@@ -36,16 +17,9 @@ class DecisionError(Exception):
 
 
 class Model(Protocol):
-    """A decision model. It is asked from several threads at once.
+    """A decision model. It is asked from several threads at once, and its answers are kept under its name."""
 
-    Attributes:
-        name: What tells this model from any other: answers are kept under it.
-    """
+    name: str
 
-    @property
-    def name(self) -> str: ...
-
-    def answer(
-        self, state: State, questions: tuple[Question, ...], should_stop: Callable[[], bool]
-    ) -> Decision:
-        """Choose an answer to each question; a model that waits gives up once `should_stop` is true."""
+    def answer(self, state: State, question: Question, should_stop: Callable[[], bool], /) -> str | None:
+        """Choose an answer, or none; a model that waits gives up once `should_stop` is true."""

@@ -4,7 +4,7 @@ import re
 from collections.abc import Callable
 from typing import NamedTuple
 
-from quenlow.engines.model import Decision, Question, State
+from quenlow.engines.model import Question, State
 
 _ENOUGH = 0.4  # the share of a sentence's words that its lines must hold
 _NEAR = 4  # how many words away from a number stands what it counts or names
@@ -19,10 +19,9 @@ _SUFFIX_RE = re.compile(r"(?<=...)(?:ings?|ions?|ed|ers?|ies|e?s|ly|y|e)$")
 
 # "one" points more often than it counts ("the one that"), so it is no number here.
 _SMALL = "zero - two three four five six seven eight nine ten eleven twelve thirteen fourteen fifteen sixteen"
+_NUMBER_WORDS = {word: str(number) for number, word in enumerate(_SMALL.split())}
 _TENS = "twenty thirty forty fifty sixty seventy eighty ninety hundred"
-_NUMBER_WORDS = {word: str(number) for number, word in enumerate(_SMALL.split())} | {
-    word: str(number) for number, word in zip(range(20, 110, 10), _TENS.split())
-}
+_NUMBER_WORDS |= {word: str(number) for number, word in zip(range(20, 110, 10), _TENS.split())}
 
 _STOP_WORDS = frozenset(
     "a about after again all also always an and another any are as at be because been before being"
@@ -46,19 +45,27 @@ class WordModel:
 
     name = "words"
 
-    def answer(
-        self, state: State, questions: tuple[Question, ...], should_stop: Callable[[], bool]
-    ) -> Decision:
+    def answer(self, state: State, question: Question, should_stop: Callable[[], bool]) -> str:
         sentence, lines = (_read(text) for _name, text in state)
-        return {question.key: _verdict(sentence, lines) for question in questions}
+        present = sentence.numbers.keys() & (lines.numbers.keys() | lines.digits)
+        missing = sentence.numbers.keys() - present
+        rivals = lines.numbers.keys() - sentence.numbers.keys()
+        counted_otherwise = _shared(sentence.words, set().union(*(lines.numbers[rival] for rival in rivals)))
+        wrong = {number for number in missing if sentence.numbers[number] & counted_otherwise}
+        # A wrong number weighs as much as a right one: it must not turn the sentence into another subject.
+        numbers = len(present) + len(wrong)
+        found = len(_shared(sentence.words, lines.words)) + numbers
+        if found < max(1, _ENOUGH * (len(sentence.words) + numbers)):
+            return "says_nothing"
+        if wrong:
+            return "contradicts"
+        return "says_nothing" if missing else "supports"
 
 
 class _Text(NamedTuple):
     words: set[str]
-    numbers: dict[str, set[str]]
-    """Each number with the words near it."""
-    digits: set[str]
-    """The numbers that are part of a name, as in `utf8`."""
+    numbers: dict[str, set[str]]  # with the words near each
+    digits: set[str]  # numbers that are part of a name, as in `utf8`
 
 
 def _read(text: str) -> _Text:
@@ -66,12 +73,10 @@ def _read(text: str) -> _Text:
     places: list[tuple[str, int]] = []
     digits: set[str] = set()
     for token in _TOKEN_RE.finditer(text):
+        word = (token["word"] or "").lower()
         if token["digits"]:
             digits.add(_plain(token["digits"]))
-            continue
-        word = (token["word"] or "").lower()
-        number = _NUMBER_WORDS.get(word) or token["number"]
-        if number:
+        elif number := _NUMBER_WORDS.get(word) or token["number"]:
             places.append((_plain(number), len(words)))
         elif len(word) > 1 and word not in _STOP_WORDS:
             words.append(_SUFFIX_RE.sub("", word))
@@ -87,27 +92,11 @@ def _plain(number: str) -> str:
     return re.sub(r"\.0+$|[_',]", "", number).lstrip("0") or "0"
 
 
-def _verdict(sentence: _Text, lines: _Text) -> str:
-    present = sentence.numbers.keys() & (lines.numbers.keys() | lines.digits)
-    missing = sentence.numbers.keys() - present
-    rivals = lines.numbers.keys() - sentence.numbers.keys()
-    counted_otherwise = _shared(sentence.words, set().union(*(lines.numbers[rival] for rival in rivals)))
-    wrong = {number for number in missing if sentence.numbers[number] & counted_otherwise}
-    # A wrong number weighs as much as a right one: it must not make the sentence look like another subject.
-    numbers = len(present) + len(wrong)
-    found = len(_shared(sentence.words, lines.words)) + numbers
-    if found < max(1, _ENOUGH * (len(sentence.words) + numbers)):
-        return "says_nothing"
-    if wrong:
-        return "contradicts"
-    return "says_nothing" if missing else "supports"
-
-
 def _shared(words: set[str], others: set[str]) -> set[str]:
     """The words that others hold, whole, shortened or lengthened."""
-    shortened = {other[:end] for other in others for end in range(_STEM, len(other))}
-    return {
-        word
-        for word in words
-        if word in others or word in shortened or any(word[:end] in others for end in range(_STEM, len(word)))
-    }
+    stems = set().union(*map(_stems, others))
+    return {word for word in words if word in stems or _stems(word) & others}
+
+
+def _stems(word: str) -> set[str]:
+    return {word, *(word[:end] for end in range(_STEM, len(word)))}

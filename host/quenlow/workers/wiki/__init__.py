@@ -3,6 +3,4 @@
 import os
 from pathlib import Path
 
-_BUILD = Path(__file__).resolve().parents[4] / "build"
-
-__path__.append(os.environ.get("CITATION_CHECK_BUILD") or str(_BUILD))
+__path__.append(os.environ.get("CITATION_CHECK_BUILD") or str(Path(__file__).resolve().parents[4] / "build"))

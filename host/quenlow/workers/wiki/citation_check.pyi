@@ -1,0 +1,1 @@
+../../../../citation_check/citation_check.pyi
