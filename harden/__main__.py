@@ -12,7 +12,6 @@ ROWS = {
     "confinement": "confinement.run",
     "allocations": "allocations.run",
     "references": "memory.references",
-    "coverage": "coverage.run",
     "asan": "sanitizers.asan",
     "tsan": "sanitizers.tsan",
     "valgrind": "memory.valgrind",
@@ -20,6 +19,9 @@ ROWS = {
     "syscalls": "syscalls.run",
     "load": "load.run",
     "interrupt": "interrupt.run",
+    "coverage": "coverage.run",
+    "mutants": "mutants.run",
+    "static": "static.run",
 }
 
 

@@ -20,7 +20,7 @@ from harden.roads import IN_DEBUG_INTERPRETER, Road, roads
 # Far more than a road makes; without an end, the interpreter retries some of its own for ever.
 FROM_THEN_ON = 50_000
 HANDLED = [
-    "MemoryError",
+    "^(?!SystemError).*MemoryError",
     # What the interpreter makes of a failed allocation of its own: a message or a lock that could not be made.
     r"\w+Error: ('|$)",
     "RuntimeError: can't allocate (read )?lock",

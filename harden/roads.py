@@ -59,6 +59,23 @@ def roads(imported: ModuleType, root: Path) -> dict[str, Road]:
     blocks, lines = module._prose_blocks, module.cited_lines
     lint, check_citations = module.citation_lint_findings, module.check_citations
     home = SimpleNamespace(resolve=lambda: root)
+    looked_at = quiet(imported)
+    looked_at.ThreadPoolExecutor = lambda **_named: nullcontext(
+        SimpleNamespace(map=lambda ask, _asked: [ask.__code__.co_freevars])
+    )
+    located, nowhere, nameless = (ModuleType("lacking") for _ in range(3))
+    located.__file__ = "lacking.py"
+    del nameless.__name__
+
+    def import_from(wiki_types: ModuleType) -> object:
+        name = "quenlow.workers.wiki_types"
+        kept = sys.modules[name]
+        sys.modules[name] = wiki_types
+        try:
+            return _imp.exec_dynamic(_imp.create_dynamic(imported.__spec__))
+        finally:
+            sys.modules[name] = kept
+
     client, off, refused = Decider(), Decider(), Decider()
     off.switch = refused.config.allow_source_upload = False
     client.budgets = deque(maxlen=0)
@@ -94,6 +111,9 @@ def roads(imported: ModuleType, root: Path) -> dict[str, Road]:
     ]
     return {
         "import": lambda: _imp.exec_dynamic(_imp.create_dynamic(imported.__spec__)),
+        "import from a lacking module": partial(import_from, located),
+        "import from a module without a file": partial(import_from, nowhere),
+        "import from a module without a name": partial(import_from, nameless),
         "blocks": lambda: list(blocks(PAGE)),
         "blocks of own text": lambda: list(blocks(Text(PAGE))),
         "blocks, slowly": lambda: list(slowly._prose_blocks(PAGE)),
@@ -119,6 +139,7 @@ def roads(imported: ModuleType, root: Path) -> dict[str, Road]:
         "page check, slowly": partial(slowly.check_citations, client, PAGE, home, max_questions=2),
         "page check that fails": partial(check_citations, client, page("L1", "L4"), home, max_questions=9),
         "page check that cannot be": partial(check_citations, client, PAGE, home, max_questions="9"),
+        "inner function's code": partial(looked_at.check_citations, client, PAGE, home, max_questions=1),
         "checker": partial(checked, module, PAGE),
         "checker that fails": partial(checked, module, page("L1", "L4", "L1")),
         "checker, lacking": partial(checked, lacking, PAGE),

@@ -81,7 +81,7 @@ def filled(module, names):
 
 
 LIBRARY = [
-    lambda patched: patched.setattr(re, "compile", lambda pattern: compiled(f"(?:){pattern}")),
+    lambda patched: patched.setattr(re, "compile", lambda pattern: compiled(f"{pattern}(?=R)")),
     lambda patched: patched.setattr(re, "compile", lambda pattern: compiled(pattern.encode())),
     lambda patched: patched.setattr(re, "compile", lambda pattern: SimpleNamespace(**dict.fromkeys(
         ("match", "sub", "split"), lambda *given: list(given)))),
