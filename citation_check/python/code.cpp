@@ -1,20 +1,17 @@
 #include "code.h"
 
 #include <algorithm>
-#include <utility>
 
 namespace py {
 
 namespace {
 
-// The innermost native function that runs on this thread, if any.
-thread_local const FunctionRow* running = nullptr;
-
 Ref interned(std::span<const char* const> texts) {
     Ref tuple = steal(PyTuple_New(static_cast<Py_ssize_t>(texts.size())));
     Py_ssize_t index = 0;
-    for (const char* text : texts)
+    for (const char* text : texts) {
         PyTuple_SET_ITEM(tuple.get(), index++, steal(PyUnicode_InternFromString(text)).release());
+    }
     return tuple;
 }
 
@@ -32,20 +29,6 @@ Ref make_code(Module& module, const FunctionRow& row) {
         "co_varnames", names.get(), "co_freevars", free_variables.get(), "co_qualname", row.qualname));
     const Ref replace = attr(empty, module.names.replace);
     return steal(PyObject_VectorcallDict(replace.get(), nullptr, 0, changes.get()));
-}
-
-Running::Running(const FunctionRow& row) noexcept : outer_(std::exchange(running, &row)) {}
-
-Running::~Running() { running = outer_; }
-
-void trace_failure() noexcept {
-    PyObject *type = nullptr, *value = nullptr, *traceback = nullptr;
-    PyErr_Fetch(&type, &value, &traceback);
-    const bool starts_here = traceback == nullptr;
-    PyErr_Restore(type, value, traceback);
-    if (starts_here && running != nullptr) {
-        _PyTraceback_Add(running->name, running->body.file, running->body.line);
-    }
 }
 
 }  // namespace py

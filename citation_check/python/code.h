@@ -11,16 +11,4 @@ Ref make_code(Module& module, const FunctionRow& row);
 // The tuple of a row's parameter names, interned.
 Ref parameter_names(const FunctionRow& row);
 
-// While this lives, a native function runs on this thread.
-class Running {
-  public:
-    explicit Running(const FunctionRow& row) noexcept;
-    Running(const Running&) = delete;
-    Running& operator=(const Running&) = delete;
-    ~Running();
-
-  private:
-    const FunctionRow* outer_;
-};
-
 }  // namespace py

@@ -9,6 +9,7 @@
 #include "bind.h"
 #include "code.h"
 #include "heap_type.h"
+#include "trace.h"
 
 namespace py {
 

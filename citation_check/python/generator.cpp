@@ -7,6 +7,7 @@
 
 #include "code.h"
 #include "heap_type.h"
+#include "trace.h"
 
 namespace py {
 
