@@ -1,6 +1,7 @@
 """A decision model behind a server that speaks the chat-completions protocol."""
 
 import asyncio
+import atexit
 import json
 import threading
 from collections.abc import Callable
@@ -37,7 +38,9 @@ class ChatModel:
         headers = {"Authorization": f"Bearer {key}"} if key else None
         self._http = httpx.AsyncClient(headers=headers, timeout=None)
         self._loop = asyncio.new_event_loop()
-        threading.Thread(target=self._loop.run_forever, daemon=True).start()
+        self._thread = threading.Thread(target=self._loop.run_forever, daemon=True)
+        self._thread.start()
+        atexit.register(self._end)
 
     def answer(self, state: State, question: Question, should_stop: Callable[[], bool]) -> str:
         # Only a task of an event loop can be called off while it waits for the server.
@@ -47,6 +50,10 @@ class ChatModel:
                 asked.cancel()
                 raise DecisionError("the run was asked to stop")
         return asked.result()
+
+    def _end(self) -> None:
+        self._loop.call_soon_threadsafe(self._loop.stop)
+        self._thread.join()
 
     async def _choice(self, state: State, question: Question) -> str:
         task = (
