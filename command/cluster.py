@@ -1,12 +1,13 @@
 """Pages checked on the workers of a Dask cluster, which does the pages of a lost worker again."""
 
+import asyncio
+import concurrent.futures
 import logging
 import math
 import signal
 import time
 import uuid
 from argparse import Namespace
-from asyncio import CancelledError
 from collections import Counter
 from collections.abc import Callable, Iterator
 from contextlib import contextmanager, nullcontext, suppress
@@ -27,7 +28,10 @@ _LOOK_SECONDS = 0.5
 @contextmanager
 def cluster(scheduler: str | None, workers: int) -> Iterator[Callable[..., Iterator[PageCheck]]]:
     """Gives the `check_pages` of that scheduler's cluster, or of a local one of so many workers."""
-    logging.getLogger("distributed").setLevel(logging.CRITICAL)
+    for logger in ("distributed", "distributed.client"):
+        logging.getLogger(logger).setLevel(logging.CRITICAL)
+    # What the library logs of a lost scheduler, it logs in anybody's name.
+    logging.getLogger().addHandler(logging.NullHandler())
     # Ctrl-C goes to every process of a terminal. Local workers inherit that it is none of their business.
     on_interrupt = signal.signal(signal.SIGINT, signal.SIG_IGN)
     try:
@@ -47,7 +51,7 @@ def cluster(scheduler: str | None, workers: int) -> Iterator[Callable[..., Itera
             yield partial(_check_pages, dask)
         except CommandError:
             raise
-        except CancelledError as error:
+        except (asyncio.CancelledError, concurrent.futures.CancelledError) as error:
             raise CommandError("the Dask scheduler is gone") from error
         except Exception as error:
             raise CommandError(f"the Dask cluster failed: {error!r}") from error
