@@ -1,25 +1,30 @@
 #pragma once
 
-#include "python/class.h"
+#include "state.h"
 
-// Citation checking: a page's result, the check of one page, and the checker of one run.
+// Citation checking: a page's result, the check of one page, and the checker of one run. Declares the C++ bodies
+// of the functions of these names.
 namespace citation_check {
 
-// `CheckedClaim` and `CitationCheck`: a cited claim with its answer, and a page's result.
-py::Ref make_checked_claim_class(py::Module& module);
-py::Ref make_citation_check_class(py::Module& module);
+// `CitationCheck`
+py::Ref score(State& state, py::Borrowed self);
+py::Ref findings(State& state, py::Borrowed self, py::Borrowed page_id);
+py::Ref warnings(State& state, py::Borrowed self);
 
-// `_VERDICT_FINDINGS`: which verdicts become findings, with their severity, kind and wording.
-py::Ref make_verdict_findings(py::Module& module);
+// The first half of `check_citations`: the list of pairs of a claim and its passage that are asked about, and how many
+// claims are skipped.
+py::Ref select_claims(State& state, py::Borrowed sources, py::Borrowed markdown, py::Borrowed max_questions);
 
-// A finding's dictionary; `pages` becomes its list.
-py::Ref make_finding(py::Module& module, py::Borrowed severity, py::Borrowed kind, py::Borrowed pages,
-                     py::Borrowed detail);
+// `check_citations.<locals>.ask`: the question of one such pair, on a worker thread.
+py::Ref ask(State& state, py::Borrowed item, py::Borrowed client, py::Borrowed budget, py::Borrowed failed);
 
-// The check of one page.
-extern const py::FunctionRow check_citations_row;
+// The second half: puts a question for each pair, and gives the page's result.
+py::Ref put_questions(State& state, py::Borrowed ask, py::Borrowed asked, py::Borrowed skipped, py::Borrowed client);
 
-// `CitationChecker`: the budget and the first failure of one run.
-py::Ref make_citation_checker_class(py::Module& module);
+// `CitationChecker`
+py::Ref init_checker(State& state, py::Borrowed self, py::Borrowed client, py::Borrowed repo_root,
+                     py::Borrowed should_stop);
+py::Ref enabled(State& state, py::Borrowed cls, py::Borrowed client, py::Borrowed repo_root, py::Borrowed should_stop);
+py::Ref check(State& state, py::Borrowed self, py::Borrowed markdown);
 
 }  // namespace citation_check

@@ -1,9 +1,6 @@
 #include "check.h"
-#include "genuine.h"
 #include "host.h"
-#include "python/record.h"
 #include "python/text.h"
-#include "sources.h"
 
 namespace citation_check {
 
@@ -11,98 +8,72 @@ using py::attr;
 using py::Borrowed;
 using py::call;
 using py::call_method;
-using py::Module;
 using py::Ref;
 using py::steal;
 
-namespace {
+Ref select_claims(State& state, Borrowed sources, Borrowed markdown, Borrowed max_questions) {
+    const auto& names = state.names;
+    const Ref asked = py::new_list();
+    Py_ssize_t skipped = 0;
+    py::PeriodicYield periodic_yield;
+    py::Iteration claims(call(state.global(names.cited_claims), markdown));
+    while (const Ref claim = claims.next()) {
+        const Ref so_far = py::integer(PyList_GET_SIZE(asked.get()));
+        const bool within_cap = py::compare(so_far, max_questions, Py_LT);
+        const Ref passage = within_cap ? call_method(sources, names.passage, claim) : py::borrow(names.empty);
+        if (py::text::is_blank(passage, names.strip)) {
+            periodic_yield.step();
+            ++skipped;
+        } else {
+            py::append(asked, py::tuple_of(claim, passage));
+        }
+    }
+    return py::tuple_of(asked, py::integer(skipped));
+}
 
-// --- the question of one claim, on a worker thread -----------------------------------------------------------------
-
-// The places of the variables that `ask` holds from the page check that made it.
-enum Held : std::size_t { held_budget, held_client, held_failed };
-constexpr const char* held_names[] = {"budget", "client", "failed"};
-
-Ref ask(Module& module, py::Closure held, Borrowed item) {
-    const auto& names = module.names;
-    if (py::truth(call_method(held[held_failed], names.is_set))) return py::none();
+Ref ask(State& state, Borrowed item, Borrowed client, Borrowed budget, Borrowed failed) {
+    const auto& names = state.names;
+    if (py::truth(call_method(failed, names.is_set))) return py::none();
     const auto [claim, passage] = py::unpack<2>(item);
-    const host::Request request = host::citation_request(module, claim, passage);
+    const auto request = host::citation_request(state, claim, passage);
     return py::try_except(
         PyExc_Exception,
         [&] {
-            const Ref result = host::decide(module, held[held_client], request, held[held_budget]);
-            return host::citation_answer(module, result);
+            const Ref result = host::decide(state, client, request, budget);
+            return host::citation_answer(state, result);
         },
         [&](py::Handled& error) -> Ref {
-            call_method(held[held_failed], names.set);
+            call_method(failed, names.set);
             error.reraise();
         });
 }
 
-constexpr py::Parameter ask_parameters[] = {{"item", "tuple[CitedClaim, str]"}};
-constexpr py::FunctionRow ask_row = {
-    "ask",          "check_citations.<locals>.ask",
-    ask_parameters, "CitationAnswer | None",
-    nullptr,        py::native<ask>,
-    CO_NESTED,      held_names,
-};
+namespace {
 
-Ref make_ask(Module& module, Borrowed client, Borrowed budget, Borrowed failed) {
-    const Ref cells =
-        py::tuple_of(steal(PyCell_New(budget.get())), steal(PyCell_New(client.get())), steal(PyCell_New(failed.get())));
-    return py::make_function(module, ask_row, cells.get());
+// `max(1, min(int(client.config.max_parallel_calls), len(asked)))`
+Ref worker_count(State& state, Borrowed client, Borrowed asked) {
+    const Ref allowed = host::parallel_calls(state, client);
+    const Ref questions = py::integer(py::length(asked));
+    const Ref one = py::integer(1);
+    const bool fewer_questions = py::compare(questions, allowed, Py_LT);
+    const Ref& least = fewer_questions ? questions : allowed;
+    return py::borrow(py::compare(least, one, Py_GT) ? least : one);
 }
 
-// --- the page ------------------------------------------------------------------------------------------------------
-
-struct Selection {
-    Ref asked = py::new_list();  // pairs of a claim and its passage
-    Py_ssize_t skipped = 0;
-};
-
-// Which claims of the page are asked about: those with a passage that is not blank, up to the cap.
-Selection select(Module& module, Borrowed markdown, Borrowed repo_root, Borrowed max_questions) {
-    const auto& names = module.names;
-    Selection selection;
-    PassageCursor cursor;
-    const Ref sources = call(module.global(names.CitedSources), repo_root);
-    py::Iteration claims(call(module.global(names.cited_claims), markdown));
-    while (const Ref claim = claims.next()) {
-        const Ref so_far = py::integer(PyList_GET_SIZE(selection.asked.get()));
-        const bool within_cap = py::compare(so_far, max_questions, Py_LT);
-        const Ref passage = within_cap ? passage_of(module, sources, claim, cursor) : py::borrow(names.empty);
-        const bool blank =
-            py::text::is_exact(passage) ? py::text::is_blank(passage) : !py::truth(call_method(passage, names.strip));
-        if (blank) {
-            ++selection.skipped;
-        } else {
-            py::append(selection.asked, py::tuple_of(claim, passage));
-        }
-    }
-    return selection;
-}
-
-// At least one worker, and no more than the configuration allows or the page has questions.
-Ref worker_count(Module& module, Borrowed client, Borrowed asked) {
-    const Ref allowed = host::parallel_calls(module, client);
-    int overflow = 0;
-    const long long bound = PyLong_AsLongLongAndOverflow(allowed.get(), &overflow);
-    const Py_ssize_t questions = PyList_GET_SIZE(asked.get());
-    const bool bounded = overflow < 0 || (overflow == 0 && bound < questions);
-    const long long workers = bounded ? bound : questions;
-    return py::integer(overflow < 0 || workers < 1 ? 1 : static_cast<Py_ssize_t>(workers));
-}
-
-// The answers to `asked`, in its order; raises the exception of the first failed question in that order.
-Ref answers_of(Module& module, Borrowed question, Borrowed asked, Borrowed workers) {
-    const auto& names = module.names;
-    const Ref executor =
-        py::call_with(module.global(names.ThreadPoolExecutor), module.keywords_pool, workers, names.wiki_cite);
+// The answers to `asked`, in its order; raises the exception of the first failed question in that order. `pool` gets
+// the pool that gave them.
+Ref answers_of(State& state, Borrowed ask, Borrowed asked, Borrowed workers, Ref& pool) {
+    const auto& names = state.names;
+    const Ref pool_type = state.global(names.ThreadPoolExecutor);
+    const Ref keywords = py::tuple_of(names.max_workers, names.thread_name_prefix);
+    const Ref executor = py::call_with(pool_type, keywords.get(), workers, names.wiki_cite);
     Ref answers;
     py::ContextManager manager(executor, names.enter_dunder, names.exit_dunder);
-    manager.run(
-        [&](Borrowed pool) { answers = steal(PySequence_List(call_method(pool, names.map, question, asked).get())); });
+    manager.run([&](Borrowed entered) {
+        pool = py::borrow(entered);
+        const Ref results = call_method(pool, names.map, ask, asked);
+        answers = steal(py::api(PySequence_List, results.get()));
+    });
     if (!answers) {
         // Only an executor that swallows exceptions comes here.
         py::raise(PyExc_UnboundLocalError,
@@ -111,9 +82,8 @@ Ref answers_of(Module& module, Borrowed question, Borrowed asked, Borrowed worke
     return answers;
 }
 
-// A record for each pair that has an answer. The pool had both lists in hand, so nothing is taken for granted of them.
-Ref checked_claims(Module& module, Borrowed asked, Borrowed answers) {
-    const auto& names = module.names;
+// A record for each pair that has an answer. A patched pool may have changed either list.
+Ref checked_claims(State& state, Borrowed asked, Borrowed answers) {
     Ref checked = py::new_list();
     py::Iteration pairs(asked);
     py::Iteration results(answers);
@@ -122,58 +92,22 @@ Ref checked_claims(Module& module, Borrowed asked, Borrowed answers) {
         if (!answer) break;
         const auto [claim, passage] = py::unpack<2>(pair);
         if (answer.is_none()) continue;
-        const Ref checked_claim = module.global(names.CheckedClaim);
-        py::append(checked, genuine::is_checked_claim(module, checked_claim)
-                                ? py::make_record(module, checked_claim, {{names.claim, claim}, {names.answer, answer}})
-                                : call(checked_claim, claim, answer));
+        py::append(checked, call(state.global(state.names.CheckedClaim), claim, answer));
     }
     return checked;
 }
 
-Ref check_citations(Module& module, Borrowed client, Borrowed markdown, Borrowed repo_root, Borrowed max_questions,
-                    Borrowed budget) {
-    const auto& names = module.names;
-    const Selection selection = select(module, markdown, repo_root, max_questions);
-    const Ref failed = call_method(module.global(names.threading), names.Event);
-    const Ref question = make_ask(module, client, budget, failed);
-    const Ref workers = worker_count(module, client, selection.asked);
-    const Ref answers = answers_of(module, question, selection.asked, workers);
-    const Ref checked = checked_claims(module, selection.asked, answers);
-    return py::call_with(module.global(names.CitationCheck), module.keywords_checked_skipped, checked,
-                         py::integer(selection.skipped));
-}
-
-constexpr py::Parameter check_citations_parameters[] = {
-    {"client", "DecisionClient"},
-    {"markdown", "str"},
-    {"repo_root", "Path"},
-    py::Parameter{"max_questions", "int"}.keyword(),
-    py::Parameter{"budget", "RunBudget | None"}.keyword().or_none(),
-};
-
 }  // namespace
 
-const py::FunctionRow check_citations_row = {
-    "check_citations",
-    "check_citations",
-    check_citations_parameters,
-    "CitationCheck",
-    "Ask how the cited lines of each cited sentence of a page relate to it.\n"
-    "\n"
-    "    Args:\n"
-    "        client: The decision client to ask (the caller checks its switch).\n"
-    "        markdown: The page as saved.\n"
-    "        repo_root: Where the cited files are stored.\n"
-    "        max_questions: At most this many sentences are asked about; the rest are skipped.\n"
-    "        budget: A batch pass's budget; None: each call ends by the interactive deadline.\n"
-    "\n"
-    "    Returns:\n"
-    "        The answers, in page order.\n"
-    "\n"
-    "    Raises:\n"
-    "        DecisionError: A call failed; no later question of the page is asked.\n"
-    "    ",
-    py::native<check_citations>,
-};
+Ref put_questions(State& state, Borrowed ask, Borrowed asked, Borrowed skipped, Borrowed client) {
+    const auto& names = state.names;
+    const Ref workers = worker_count(state, client, asked);
+    Ref pool;  // lives as long as the page's check
+    const Ref answers = answers_of(state, ask, asked, workers, pool);
+    const Ref checked = checked_claims(state, asked, answers);
+    const Ref type = state.global(names.CitationCheck);
+    const Ref keywords = py::tuple_of(names.checked, names.skipped);
+    return py::call_with(type, keywords.get(), checked, skipped);
+}
 
 }  // namespace citation_check

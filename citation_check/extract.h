@@ -1,47 +1,23 @@
 #pragma once
 
-#include <vector>
+#include "state.h"
 
-#include "python/class.h"
-#include "python/generator.h"
-
-// Claim extraction: the prose blocks of a page, and the cited claims in them.
+// Claim extraction: the prose blocks of a page, and the cited claims in them. Declares the C++ bodies
+// of the functions of these names.
 namespace citation_check {
 
-// `_SENTENCE_END_RE` and `_LIST_MARK_RE`
-constexpr const char* sentence_end_pattern = R"((?<=[.!?\]])\s+(?=[A-Z`*_]))";
-constexpr const char* list_mark_pattern = R"(^(?:[-*+]|\d+[.)])\s+)";
+// `CitedClaim.ref`
+py::Ref ref(State& state, py::Borrowed self);
 
-// Cuts a page's Markdown into its paragraphs and list items, a line of text each.
-class ProseBlocks final : public py::Steps {
-  public:
-    ProseBlocks(py::Module& module, py::Borrowed markdown);
+// `_prose_blocks` in two steps: a scan over a page, and the next block of a scan, None at the end. A scan is a list,
+// all of whose objects the collector sees; `begin_scan` returns a scan unchanged, so `_prose_blocks(scan)` continues
+// it.
+py::Ref begin_scan(State& state, py::Borrowed markdown);
+py::Ref next_block(State& state, py::Borrowed scan);
 
-    py::Ref next() override;
-    int visit(visitproc visit, void* argument) const override;
+// `_claim_text`
+py::Ref claim_text(State& state, py::Borrowed sentence);
 
-  private:
-    py::Ref next_line();
-    py::Ref cut_line();
-    bool is_prose(py::Borrowed line, py::Borrowed stripped);
-    bool begins_item(py::Borrowed stripped) const;
-    void gather(py::Borrowed stripped);
-    py::Ref complete_block();
-
-    py::Module& module_;
-    py::Ref markdown_;            // an exact str to its end; anything else until the first line is asked for
-    Py_ssize_t line_ = 0;         // where the next line of an exact str begins; behind its end when there is none
-    py::Ref lines_;               // the iterator over the lines of anything else
-    std::vector<py::Ref> block_;  // the block's lines
-    py::Ref left_over_;           // the line that completed the last block and belongs to the next
-    bool in_fence_ = false;
-};
-
-// `CitedClaim`: one sentence of a page and one citation of lines that it carries.
-py::Ref make_cited_claim_class(py::Module& module);
-
-extern const py::FunctionRow prose_blocks_row;
-extern const py::FunctionRow claim_text_row;
-extern const py::FunctionRow cited_claims_row;
+py::Ref cited_claims(State& state, py::Borrowed markdown);
 
 }  // namespace citation_check

@@ -1,6 +1,7 @@
 #include "host.h"
 
-#include "genuine.h"
+#include "originals.h"
+#include "python/error.h"
 #include "python/text.h"
 
 namespace citation_check::host {
@@ -13,101 +14,110 @@ using py::steal;
 using py::truth;
 using py::unpack;
 
-bool is_fence(Module& module, Borrowed line) {
-    const Ref fence = module.global(module.names.FENCE_RE);
-    if (genuine::is_pattern(module, fence)) return !call(module.pattern_match, fence, line).is_none();
-    return truth(call_method(fence, module.names.match, line));
+bool is_fence(State& state, Borrowed line) {
+    const Ref fence = state.global(state.names.FENCE_RE);
+    if (is_standard_pattern(state, fence)) {
+        return !call(state.kept(Kept::pattern_type).attribute(0), fence, line).is_none();
+    }
+    return truth(call_method(fence, state.names.match, line));
 }
 
 namespace {
 
+// Takes a match of a standard pattern; whether it holds any text.
+bool take_match(State& state, Ref match, Citations& found) {
+    const auto [begin, end] = unpack<2>(call(state.kept(Kept::match_type).attribute(0), match));
+    const py::text::Span span = {PyLong_AsSize_t(begin.get()), PyLong_AsSize_t(end.get())};
+    found.spans.push_back(span);
+    found.matches.push_back(std::move(match));
+    return span.begin < span.end;
+}
+
 // What `finditer` wraps in an iterator.
-void scan_citations(const Module& module, Borrowed sentence, Citations& found) {
-    const Ref scanner = call(module.pattern_scanner, found.pattern, sentence);
-    for (Ref match = call(module.scanner_search, scanner); !match.is_none();) {
-        found.matches.push_back(std::move(match));
-        match = call(module.scanner_search, scanner);
+void scan_for_citations(State& state, Borrowed pattern, Borrowed sentence, Citations& found) {
+    const Ref scanner = call_method(pattern, state.names.scanner, sentence);
+    const Borrowed search = state.kept(Kept::scanner_type).attribute(0);
+    py::PeriodicYield periodic_yield;
+    for (Ref match = call(search, scanner); !match.is_none(); match = call(search, scanner)) {
+        periodic_yield.step();
+        take_match(state, std::move(match), found);
     }
 }
 
-// Most sentences carry one citation, and two searches are cheaper than a scanner. A second match would tell where its
-// search began, so from two on, and where a match is empty, the scanner finds them all.
-void search_citations(const Module& module, Borrowed sentence, Citations& found) {
-    Ref match = call(module.pattern_search, found.pattern, sentence);
-    if (match.is_none()) return;
-    const auto [begin, end] = unpack<2>(call(module.match_span, match));
-    const bool empty = py::compare(begin, end, Py_EQ);
-    if (empty || !call(module.pattern_search, found.pattern, sentence, end).is_none()) {
-        scan_citations(module, sentence, found);
-    } else {
-        found.matches.push_back(std::move(match));
-    }
+// Most sentences carry one citation, and two searches are cheaper than a scanner. A match found from a later start
+// shows it in `match.pos`, so from two on, and where a match is empty, the scanner finds them all.
+void search_citations(State& state, Borrowed pattern, Borrowed sentence, Citations& found) {
+    const Borrowed search = state.kept(Kept::pattern_type).attribute(1);
+    Ref first = call(search, pattern, sentence);
+    if (first.is_none()) return;
+    const bool has_text = take_match(state, std::move(first), found);
+    const Ref after = py::integer(static_cast<Py_ssize_t>(found.spans[0].end));
+    if (has_text && call(search, pattern, sentence, after).is_none()) return;
+    found.matches.clear();
+    found.spans.clear();
+    scan_for_citations(state, pattern, sentence, found);
 }
 
 }  // namespace
 
-void find_citations(Module& module, Borrowed sentence, Citations& found) {
-    const auto& names = module.names;
+void find_citations(State& state, Borrowed sentence, Citations& found) {
+    const auto& names = state.names;
     found.matches.clear();
-    found.pattern = module.global(names.CITATION_RE);
-    found.standard = genuine::is_pattern(module, found.pattern) && py::text::is_exact(sentence);
-    if (found.standard) {
-        search_citations(module, sentence, found);
-        return;
-    }
-    const Ref list = steal(PySequence_List(call_method(found.pattern, names.finditer, sentence).get()));
-    for (Py_ssize_t index = 0; index < PyList_GET_SIZE(list.get()); ++index) {
-        found.matches.push_back(py::borrow(PyList_GET_ITEM(list.get(), index)));
-    }
+    found.spans.clear();
+    const Ref pattern = state.global(names.CITATION_RE);
+    found.standard = is_standard_pattern(state, pattern) && py::text::is_plain(sentence);
+    if (found.standard) return search_citations(state, pattern, sentence, found);
+    const Ref all = steal(py::api(PySequence_List, call_method(pattern, names.finditer, sentence).get()));
+    py::Iteration matches(all);
+    while (Ref match = matches.next()) found.matches.push_back(std::move(match));
 }
 
-Ref without_citations(Module& module, Borrowed sentence) {
-    const auto& names = module.names;
-    return call_method(module.global(names.CITATION_RE), names.sub, names.empty, sentence);
+Ref without_citations(State& state, Borrowed sentence) {
+    return call_method(state.global(state.names.CITATION_RE), state.names.sub, state.names.empty, sentence);
 }
 
-CitationKey citation_key(Module& module, Borrowed match) {
-    auto [path, start, end] = unpack<3>(call(module.global(module.names.citation_key), match));
-    return {std::move(path), std::move(start), std::move(end)};
+std::array<Ref, 3> citation_key(State& state, Borrowed match) {
+    return unpack<3>(call(state.global(state.names.citation_key), match));
 }
 
-Ref normal_path(Module& module, Borrowed path) { return call(module.global(module.names.norm), path); }
+Ref normal_path(State& state, Borrowed path) { return call(state.global(state.names.norm), path); }
 
-bool switched_on(Module& module, Borrowed client) {
-    return truth(call_method(client, module.names.feature_enabled, module.names.wiki_check_citations));
+bool switched_on(State& state, Borrowed client) {
+    return truth(call_method(client, state.names.feature_enabled, state.names.wiki_check_citations));
 }
 
-bool consented(Module& module, Borrowed client) {
-    return truth(call(module.global(module.names.source_consented), client));
+bool consented(State& state, Borrowed client) {
+    return truth(call(state.global(state.names.source_consented), client));
 }
 
-Ref new_budget(Module& module, Borrowed client, Borrowed should_stop) {
-    return call_with(attr(client, module.names.new_budget), module.keywords_should_stop, should_stop);
+Ref new_budget(State& state, Borrowed client, Borrowed should_stop) {
+    const Ref new_budget = attr(client, state.names.new_budget);
+    return call_with(new_budget, py::tuple_of(state.names.should_stop).get(), should_stop);
 }
 
-Ref questions_per_page(Module& module, Borrowed client) {
-    return attr(attr(client, module.names.config), module.names.wiki_check_citations_per_page);
+Ref questions_per_page(State& state, Borrowed client) {
+    return attr(attr(client, state.names.config), state.names.wiki_check_citations_per_page);
 }
 
-Ref parallel_calls(Module& module, Borrowed client) {
-    const Ref configured = attr(attr(client, module.names.config), module.names.max_parallel_calls);
-    return steal(PyNumber_Long(configured.get()));
+Ref parallel_calls(State& state, Borrowed client) {
+    const Ref configured = attr(attr(client, state.names.config), state.names.max_parallel_calls);
+    return steal(py::api(PyNumber_Long, configured.get()));
 }
 
-Request citation_request(Module& module, Borrowed claim, Borrowed passage) {
-    const Ref request = module.global(module.names.citation_request);
-    auto [state, questions] = unpack<2>(call(request, attr(claim, module.names.claim), passage));
-    return {std::move(state), std::move(questions)};
+std::array<Ref, 2> citation_request(State& state, Borrowed claim, Borrowed passage) {
+    const Ref citation_request = state.global(state.names.citation_request);
+    const Ref sentence = attr(claim, state.names.claim);
+    return unpack<2>(call(citation_request, sentence, passage));
 }
 
-Ref decide(Module& module, Borrowed client, const Request& request, Borrowed budget) {
-    const Ref decide = attr(client, module.names.decide);
-    const Ref version = module.global(module.names.CITATION_QUESTION_VERSION);
-    return call_with(decide, module.keywords_decide, request.state, request.questions, version, budget);
+Ref decide(State& state, Borrowed client, const std::array<Ref, 2>& request, Borrowed budget) {
+    const auto& names = state.names;
+    const Ref decide = attr(client, names.decide);
+    const Ref version = state.global(names.CITATION_QUESTION_VERSION);
+    const Ref keywords = py::tuple_of(names.question_version, names.budget);
+    return call_with(decide, keywords.get(), request[0], request[1], version, budget);
 }
 
-Ref citation_answer(Module& module, Borrowed result) {
-    return call(module.global(module.names.citation_answer), result);
-}
+Ref citation_answer(State& state, Borrowed result) { return call(state.global(state.names.citation_answer), result); }
 
 }  // namespace citation_check::host

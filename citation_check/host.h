@@ -1,72 +1,63 @@
 #pragma once
 
+#include <array>
 #include <vector>
 
-#include "python/call.h"
-#include "python/module.h"
+#include "python/text.h"
+#include "state.h"
 
 // Every host collaborator as one named call. Each is read from the module's namespace, or from the client, at the
 // moment of the call, may run any Python code, and lets through whatever the host raises.
 namespace citation_check::host {
 
 using py::Borrowed;
-using py::Module;
 using py::Ref;
 
 // Whether a raw line of a page opens or closes a fenced code block.
-bool is_fence(Module& module, Borrowed line);
+bool is_fence(State& state, Borrowed line);
 
-// All citations of a sentence, as match objects, left to right.
+// All citations of a sentence.
 struct Citations {
-    Ref pattern;
-    bool standard = false;  // a standard pattern on an exact str, so that nobody sees how the citations were found
-    std::vector<Ref> matches;
+    std::vector<Ref> matches;  // left to right
+    // Whether a standard pattern found them in a plain text: no Python code ran, and `spans` has their places.
+    bool standard = false;
+    std::vector<py::text::Span> spans;
 };
 // Puts them in the place of what `found` held.
-void find_citations(Module& module, Borrowed sentence, Citations& found);
+void find_citations(State& state, Borrowed sentence, Citations& found);
 
 // The sentence with every citation removed.
-Ref without_citations(Module& module, Borrowed sentence);
+Ref without_citations(State& state, Borrowed sentence);
 
-struct CitationKey {
-    Ref path;
-    Ref start;
-    Ref end;
-};
-
-// What a citation's match cites; ValueError when the host does not give three values.
-CitationKey citation_key(Module& module, Borrowed match);
+// The path, the first and the last line that a citation's match cites; ValueError when the host does not give three
+// values.
+std::array<Ref, 3> citation_key(State& state, Borrowed match);
 
 // The host's normal form of a cited path.
-Ref normal_path(Module& module, Borrowed path);
+Ref normal_path(State& state, Borrowed path);
 
 // Whether the switch of the citation check is on.
-bool switched_on(Module& module, Borrowed client);
+bool switched_on(State& state, Borrowed client);
 
 // Whether the user has consented to uploading the cited source lines.
-bool consented(Module& module, Borrowed client);
+bool consented(State& state, Borrowed client);
 
 // The batch budget of one run, which `should_stop` (a callable or None, never called here) ends.
-Ref new_budget(Module& module, Borrowed client, Borrowed should_stop);
+Ref new_budget(State& state, Borrowed client, Borrowed should_stop);
 
 // The per-page cap, as the configuration has it now.
-Ref questions_per_page(Module& module, Borrowed client);
+Ref questions_per_page(State& state, Borrowed client);
 
 // The bound on a page's worker threads, converted as `int()` converts.
-Ref parallel_calls(Module& module, Borrowed client);
+Ref parallel_calls(State& state, Borrowed client);
 
-struct Request {
-    Ref state;
-    Ref questions;
-};
-
-// The question about the text of a claim (a record) and the lines that it cites.
-Request citation_request(Module& module, Borrowed claim, Borrowed passage);
+// The question about the text of a claim (a record) and the lines that it cites: what it is about, and the questions.
+std::array<Ref, 2> citation_request(State& state, Borrowed claim, Borrowed passage);
 
 // The decision model's result for a request; `budget` may be None.
-Ref decide(Module& module, Borrowed client, const Request& request, Borrowed budget);
+Ref decide(State& state, Borrowed client, const std::array<Ref, 2>& request, Borrowed budget);
 
 // The answer that a result gives, or None.
-Ref citation_answer(Module& module, Borrowed result);
+Ref citation_answer(State& state, Borrowed result);
 
 }  // namespace citation_check::host

@@ -1,23 +1,16 @@
 #pragma once
 
-#include "python/class.h"
-#include "python/text.h"
+#include "state.h"
 
-// Cited sources: the stored files that a page cites, read once each, and the passages cut out of them.
+// Cited sources: the stored files that a page cites, read once each, and the passages cut out of them. Declares the C++
+// bodies of the functions of these names.
 namespace citation_check {
 
-// Where the last passage began. A page cites a file mostly from its top to its bottom, so the next one is counted on
-// from there.
-struct PassageCursor {
-    py::Ref text;
-    py::text::LineStart start;
-};
+py::Ref cited_lines(State& state, py::Borrowed text, py::Borrowed start, py::Borrowed end);
 
-// `sources.passage(claim)`
-py::Ref passage_of(py::Module& module, py::Borrowed sources, py::Borrowed claim, PassageCursor& cursor);
-
-py::Ref make_cited_sources_class(py::Module& module);
-
-extern const py::FunctionRow cited_lines_row;
+// `CitedSources`
+py::Ref init_sources(State& state, py::Borrowed self, py::Borrowed repo_root);
+py::Ref passage(State& state, py::Borrowed self, py::Borrowed claim);
+py::Ref read(State& state, py::Borrowed self, py::Borrowed path);
 
 }  // namespace citation_check

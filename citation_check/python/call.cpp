@@ -5,7 +5,7 @@ namespace py {
 namespace {
 
 Ref iterator_to_unpack(Borrowed iterable) {
-    Ref iterator = take(PyObject_GetIter(iterable.get()));
+    Ref iterator = take(api(PyObject_GetIter, iterable.get()));
     if (iterator) return iterator;
     const bool iterable_type = iterable.type()->tp_iter != nullptr || PySequence_Check(iterable.get()) != 0;
     if (PyErr_ExceptionMatches(PyExc_TypeError) && !iterable_type) {
@@ -25,35 +25,29 @@ void unpack_into(Borrowed iterable, Ref* values, std::size_t count) {
     }
     const Ref iterator = iterator_to_unpack(iterable);
     for (std::size_t index = 0; index < count; ++index) {
-        values[index] = take(PyIter_Next(iterator.get()));
+        values[index] = take(api(PyIter_Next, iterator.get()));
         if (values[index]) continue;
         if (PyErr_Occurred()) throw Error{};
         raise(PyExc_ValueError, "not enough values to unpack (expected %zd, got %zd)", count, index);
     }
-    if (take(PyIter_Next(iterator.get()))) raise(PyExc_ValueError, "too many values to unpack (expected %zd)", count);
+    if (take(api(PyIter_Next, iterator.get())))
+        raise(PyExc_ValueError, "too many values to unpack (expected %zd)", count);
     if (PyErr_Occurred()) throw Error{};
 }
 
 Ref prefix(Borrowed value, Borrowed stop) {
-    const Ref slice = steal(PySlice_New(nullptr, stop.get(), nullptr));
-    return steal(PyObject_GetItem(value.get(), slice.get()));
-}
-
-Ref list_of_each(std::span<const Ref> items) {
-    Ref list = steal(PyList_New(static_cast<Py_ssize_t>(items.size())));
-    Py_ssize_t index = 0;
-    for (const Ref& item : items) PyList_SET_ITEM(list.get(), index++, Py_NewRef(item.get()));
-    return list;
+    const Ref slice = steal(api(PySlice_New, nullptr, stop.get(), nullptr));
+    return item(value, slice);
 }
 
 Ref lookup_special(Borrowed object, Borrowed name) {
-    PyObject* const found = _PyType_Lookup(object.type(), name.get());
+    PyObject* const found = api(interpreter::class_attribute, object.type(), name.get());
     if (found == nullptr) return {};
     Ref method = borrow(found);
     const descrgetfunc bind = Py_TYPE(found)->tp_descr_get;
     if (bind == nullptr) return method;
     PyObject* const type = reinterpret_cast<PyObject*>(object.type());
-    return steal(bind(method.get(), object.get(), type));
+    return steal(api(bind, method.get(), object.get(), type));
 }
 
 ContextManager::ContextManager(Borrowed manager, Borrowed enter_name, Borrowed exit_name)

@@ -2,40 +2,43 @@
 
 #include <array>
 #include <cstddef>
-#include <span>
 
 #include "error.h"
 #include "object.h"
 
-// Each function here may run any Python code unless it says otherwise: hold a Ref to what is needed after it.
+// Each function here may run any Python code unless it says otherwise: hold a Ref to what is needed after it. C++ does
+// not say in which order it works out the arguments of a call, so no two of them may run Python code.
 namespace py {
 
 // `object.name`
-inline Ref attr(Borrowed object, Borrowed name) { return steal(PyObject_GetAttr(object.get(), name.get())); }
+inline Ref attr(Borrowed object, Borrowed name) { return steal(api(PyObject_GetAttr, object.get(), name.get())); }
 
 // `object.name = value`
 inline void set_attr(Borrowed object, Borrowed name, Borrowed value) {
-    check(PyObject_SetAttr(object.get(), name.get(), value.get()));
+    check(api(PyObject_SetAttr, object.get(), name.get(), value.get()));
 }
 
 // `bool(object)`
-inline bool truth(Borrowed object) { return check(PyObject_IsTrue(object.get())) != 0; }
+inline bool truth(Borrowed object) { return check(api(PyObject_IsTrue, object.get())) != 0; }
 
 // The truth of `left == right`, `left < right` and so on; `operation` is one of Py_EQ, Py_LT, ...
 inline bool compare(Borrowed left, Borrowed right, int operation) {
-    return truth(steal(PyObject_RichCompare(left.get(), right.get(), operation)));
+    return truth(steal(api(PyObject_RichCompare, left.get(), right.get(), operation)));
 }
 
 // `len(object)`
 inline Py_ssize_t length(Borrowed object) {
-    const Py_ssize_t size = PyObject_Size(object.get());
+    const Py_ssize_t size = api(PyObject_Size, object.get());
     if (size < 0) throw Error{};
     return size;
 }
 
+// `container[key]`
+inline Ref item(Borrowed container, Borrowed key) { return steal(api(PyObject_GetItem, container.get(), key.get())); }
+
 // `item in container`
 inline bool contains(Borrowed container, Borrowed item) {
-    return check(PySequence_Contains(container.get(), item.get())) != 0;
+    return check(api(PySequence_Contains, container.get(), item.get())) != 0;
 }
 
 // `callable(*positional, **keywords)`: the last values go with `keywords`, a tuple of names (NULL for none).
@@ -45,7 +48,7 @@ Ref call_with(Borrowed callable, PyObject* keywords, const Values&... values) {
     PyObject* arguments[] = {nullptr, Borrowed(values).get()...};
     const std::size_t named = keywords == nullptr ? 0 : static_cast<std::size_t>(PyTuple_GET_SIZE(keywords));
     const std::size_t positional = (sizeof...(values) - named) | PY_VECTORCALL_ARGUMENTS_OFFSET;
-    return steal(PyObject_Vectorcall(callable.get(), arguments + 1, positional, keywords));
+    return steal(api(PyObject_Vectorcall, callable.get(), arguments + 1, positional, keywords));
 }
 
 // `callable(*values)`
@@ -59,19 +62,22 @@ template <class... Values>
 Ref call_method(Borrowed object, Borrowed name, const Values&... values) {
     PyObject* arguments[] = {object.get(), Borrowed(values).get()...};
     const std::size_t count = (1 + sizeof...(values)) | PY_VECTORCALL_ARGUMENTS_OFFSET;
-    return steal(PyObject_VectorcallMethod(name.get(), arguments, count, nullptr));
+    return steal(api(PyObject_VectorcallMethod, name.get(), arguments, count, nullptr));
+}
+
+// The next item of an iterator; empty at the end.
+inline Ref next(Borrowed iterator) {
+    Ref item = take(api(PyIter_Next, iterator.get()));
+    if (!item && PyErr_Occurred()) throw Error{};
+    return item;
 }
 
 // `for item in iterable`: `next()` gives an empty Ref at the end.
 class Iteration {
   public:
-    explicit Iteration(Borrowed iterable) : iterator_(steal(PyObject_GetIter(iterable.get()))) {}
+    explicit Iteration(Borrowed iterable) : iterator_(steal(api(PyObject_GetIter, iterable.get()))) {}
 
-    Ref next() {
-        Ref item = take(PyIter_Next(iterator_.get()));
-        if (!item && PyErr_Occurred()) throw Error{};
-        return item;
-    }
+    Ref next() { return py::next(iterator_); }
 
   private:
     Ref iterator_;
@@ -90,50 +96,48 @@ std::array<Ref, Count> unpack(Borrowed iterable) {
 // What an f-string's braces make of a value: `format(value, "")`, a string.
 inline Ref format(Borrowed value) {
     if (PyUnicode_CheckExact(value.get())) return borrow(value);
-    return steal(PyObject_Format(value.get(), nullptr));
+    return steal(api(PyObject_Format, value.get(), nullptr));
 }
 
 // `value[:stop]`, whatever both are
 Ref prefix(Borrowed value, Borrowed stop);
 
-// A tuple, list or dictionary of values that are kept alive by the caller.
+// A tuple of values that the caller keeps alive.
 template <class... Values>
 Ref tuple_of(const Values&... values) {
-    return steal(PyTuple_Pack(sizeof...(values), Borrowed(values).get()...));
+    return steal(api(PyTuple_Pack, static_cast<Py_ssize_t>(sizeof...(values)), Borrowed(values).get()...));
 }
 
 // `separator.join(parts)`; with an empty separator, what an f-string makes of them, in no more memory than that.
 template <class... Parts>
 Ref join(Borrowed separator, const Parts&... parts) {
-    return steal(PyUnicode_Join(separator.get(), tuple_of(parts...).get()));
+    return steal(api(PyUnicode_Join, separator.get(), tuple_of(parts...).get()));
 }
 
-inline Ref new_list() { return steal(PyList_New(0)); }
-inline Ref new_dict() { return steal(PyDict_New()); }
+inline Ref new_list() { return steal(api(PyList_New, Py_ssize_t{0})); }
+inline Ref new_dict() { return steal(api(PyDict_New)); }
 
+// A list of values that the caller keeps alive.
 template <class... Values>
 Ref list_of(const Values&... values) {
-    Ref list = steal(PyList_New(sizeof...(values)));
+    Ref list = steal(api(PyList_New, static_cast<Py_ssize_t>(sizeof...(values))));
     Py_ssize_t index = 0;
     (PyList_SET_ITEM(list.get(), index++, Py_NewRef(Borrowed(values).get())), ...);
     return list;
 }
-
-// A list of each of these.
-Ref list_of_each(std::span<const Ref> items);
 
 inline Ref integer(Py_ssize_t value) { return steal(PyLong_FromSsize_t(value)); }
 
 inline void append(Borrowed list, Borrowed item) { check(PyList_Append(list.get(), item.get())); }
 
 inline void set_item(Borrowed dict, Borrowed key, Borrowed value) {
-    check(PyDict_SetItem(dict.get(), key.get(), value.get()));
+    check(api(PyDict_SetItem, dict.get(), key.get(), value.get()));
 }
 
 // A special method's look-up, on the type and not the instance; empty when the type has none.
 Ref lookup_special(Borrowed object, Borrowed name);
 
-// The two halves of a `with` statement; what `__exit__` is, is settled before `__enter__` is called.
+// The two halves of a `with` statement; `__exit__` is looked up before `__enter__` is called.
 class ContextManager {
   public:
     // Raises what the interpreter raises for an object that is no context manager.

@@ -1,77 +1,83 @@
 #include "error.h"
 
-#include <unistd.h>
+#include <frameobject.h>
 
-#include <exception>
 #include <new>
 #include <stdexcept>
 
 namespace py {
 
-namespace {
-
-[[noreturn]] void park() noexcept {
-    while (true) pause();
-}
-
-// Not PyGILState_Check: that says yes to everybody once the interpreter has ended.
-bool holds_interpreter_lock() noexcept {
-    const PyThreadState* const own = PyGILState_GetThisThreadState();
-    return own != nullptr && own == _PyThreadState_UncheckedGet();
-}
-
-}  // namespace
-
-void park_when_finalizing() noexcept {
-    if (!holds_interpreter_lock()) park();
-}
-
 void set_error_from_exception() noexcept {
     try {
         throw;
     } catch (const Error&) {
-        if (!PyErr_Occurred()) PyErr_SetString(PyExc_SystemError, "an error was reported without an exception");
+        if (!PyErr_Occurred()) api(PyErr_SetString, PyExc_SystemError, "an error was reported without an exception");
     } catch (const std::bad_alloc&) {
-        PyErr_NoMemory();
+        api(PyErr_NoMemory);
     } catch (const std::length_error&) {
         // More than any container can hold is more than any memory can.
-        PyErr_NoMemory();
+        api(PyErr_NoMemory);
     } catch (const std::exception& error) {
-        PyErr_Format(PyExc_SystemError, "unforeseen failure: %s", error.what());
+        api(PyErr_Format, PyExc_SystemError, "unforeseen failure: %s", error.what());
     } catch (...) {
-        // What ends a thread is no exception of C++'s.
-        if (!std::current_exception()) park();
-        PyErr_SetString(PyExc_SystemError, "unforeseen failure");
+        api(PyErr_SetString, PyExc_SystemError, "unforeseen failure");
     }
 }
 
-Handled::Handled() {
+namespace {
+
+// Adds the running function's entry to the traceback of the error that is set.
+void trace_running_function() {
     PyObject* type = nullptr;
     PyObject* value = nullptr;
     PyObject* traceback = nullptr;
-    trace_failure();
+    // Put aside meanwhile: the interpreter loses the error when it has no memory for the frame's object.
     PyErr_Fetch(&type, &value, &traceback);
-    PyErr_NormalizeException(&type, &value, &traceback);
-    if (traceback != nullptr) PyException_SetTraceback(value, traceback);
+    const Ref frame = take(reinterpret_cast<PyObject*>(api(PyThreadState_GetFrame, PyThreadState_Get())));
+    api(PyErr_Restore, type, value, traceback);
+    if (frame) api(PyTraceBack_Here, reinterpret_cast<PyFrameObject*>(frame.get()));
+}
+
+}  // namespace
+
+Handled::Handled() {
+    trace_running_function();
+    PyObject* type = nullptr;
+    PyObject* value = nullptr;
+    PyObject* traceback = nullptr;
+    PyErr_Fetch(&type, &value, &traceback);
+    api(PyErr_NormalizeException, &type, &value, &traceback);
+    if (traceback != nullptr) api(PyException_SetTraceback, value, traceback);
     type_ = take(type);
     value_ = take(value);
     traceback_ = take(traceback);
-    // PyErr_GetHandledException would look further out, and what it found would then be left behind in the frame's
-    // own place, a generator's for instance; so the place itself is saved and put back.
-    PyObject*& handled = PyThreadState_Get()->exc_info->exc_value;
-    outer_ = take(std::exchange(handled, Py_XNewRef(value)));
+    outer_ = take(std::exchange(interpreter::handled_exception(), Py_NewRef(value)));
 }
 
-Handled::~Handled() {
-    park_ended_thread();
-    PyObject*& handled = PyThreadState_Get()->exc_info->exc_value;
-    const Ref own = take(std::exchange(handled, outer_.release()));
+Handled::~Handled() { const Ref own = take(std::exchange(interpreter::handled_exception(), outer_.relinquish())); }
+
+Ref Handled::traceback() const {
+    Ref traceback = take(PyException_GetTraceback(value_.get()));
+    return traceback ? std::move(traceback) : none();
 }
 
 void Handled::reraise() {
+    Ref traceback = take(PyException_GetTraceback(value_.get()));
+    if (traceback && traceback.is(traceback_)) {
+        traceback = take(Py_XNewRef(reinterpret_cast<PyTracebackObject*>(traceback.get())->tb_next));
+    }
     // Restored, not raised anew: an exception does not become its own context.
-    PyErr_Restore(type_.release(), value_.release(), traceback_.release());
+    api(PyErr_Restore, type_.relinquish(), value_.relinquish(), traceback.relinquish());
     throw Error{};
+}
+
+void PeriodicYield::yield_now() {
+    check_signals();
+    const Clock::time_point now = Clock::now();
+    if (last_switch_ == Clock::time_point()) last_switch_ = now;
+    if (now - last_switch_ < std::chrono::milliseconds(5)) return;
+    { const WithoutLock other_threads_run; }
+    last_switch_ = Clock::now();
 }
 
 }  // namespace py

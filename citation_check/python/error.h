@@ -1,5 +1,7 @@
 #pragma once
 
+#include <chrono>
+
 #include "object.h"
 
 namespace py {
@@ -8,15 +10,11 @@ namespace py {
 // already, what means that memory does not suffice is MemoryError, and what nobody foresaw is SystemError.
 void set_error_from_exception() noexcept;
 
-// With an error set: one that starts in the native function that runs gets its entry in the traceback, one that passes
-// through has its own.
-void trace_failure() noexcept;
-
 // The edge to the interpreter: what `body` returns, or NULL with the error set.
 template <class Body>
 PyObject* guarded(Body body) noexcept {
     try {
-        return body().release();
+        return body().relinquish();
     } catch (...) {
         set_error_from_exception();
         return nullptr;
@@ -36,7 +34,8 @@ int guarded_status(Body body) noexcept {
 }
 
 // The error that was set, as an `except` clause holds it: while this lives it is the handled exception
-// (`sys.exc_info()`, and the `__context__` of what is raised meanwhile); afterwards the outer one is back.
+// (`sys.exc_info()`, and the `__context__` of what is raised meanwhile); afterwards the outer one is back. Its
+// traceback begins with the function that runs, as it does in a clause of that function.
 class Handled {
   public:
     Handled();
@@ -46,14 +45,16 @@ class Handled {
 
     Borrowed value() const noexcept { return value_; }
     Borrowed type() const noexcept { return type_; }
-    Borrowed traceback() const noexcept { return traceback_ ? traceback_.get() : Py_None; }
+    // None for none.
+    Ref traceback() const;
+    // Leaves the running function's entry out: the interpreter adds one when the error leaves that function.
     [[noreturn]] void reraise();
 
   private:
     Ref type_;
     Ref value_;
-    Ref traceback_;
-    Ref outer_;
+    Ref traceback_;  // the one that begins with the running function; may be empty
+    Ref outer_;      // what was handled before; may be empty
 };
 
 // `try: body()`, `except kind as error: handler(error)`; whatever is not of `kind` passes through.
@@ -64,29 +65,36 @@ auto try_except(PyObject* kind, Body body, Handler handler) -> decltype(body()) 
     } catch (...) {
         set_error_from_exception();
     }
-    if (!PyErr_ExceptionMatches(kind)) throw Error{};
     Handled error;
+    if (PyErr_GivenExceptionMatches(error.value().get(), kind) == 0) error.reraise();
     return handler(error);
 }
-
-// One more step of the interpreter's recursion; RecursionError at its limit. Native code that calls native code has
-// no frame that would count it.
-class RecursionDepth {
-  public:
-    RecursionDepth() { check(Py_EnterRecursiveCall("") == 0 ? 0 : -1); }
-    RecursionDepth(const RecursionDepth&) = delete;
-    RecursionDepth& operator=(const RecursionDepth&) = delete;
-    ~RecursionDepth() {
-        park_ended_thread();
-        Py_LeaveRecursiveCall();
-    }
-};
 
 // Raises `kind` with a message in the format of PyErr_Format.
 template <class... Arguments>
 [[noreturn]] void raise(PyObject* kind, const char* format, Arguments... arguments) {
-    PyErr_Format(kind, format, arguments...);
+    api(PyErr_Format, kind, format, arguments...);
     throw Error{};
 }
+
+// Runs the handlers of the signals that have come, Ctrl-C's for instance, whose exceptions pass through.
+inline void check_signals() { check(api(PyErr_CheckSignals)); }
+
+// Called at each step of a loop that goes over a text without running Python code: now and then it checks for signals,
+// and it lets other threads run as often as the interpreter does by default.
+class PeriodicYield {
+  public:
+    void step() {
+        if (++steps_ % 64 == 0) yield_now();
+    }
+
+  private:
+    using Clock = std::chrono::steady_clock;
+
+    void yield_now();
+
+    unsigned steps_ = 0;
+    Clock::time_point last_switch_;
+};
 
 }  // namespace py

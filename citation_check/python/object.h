@@ -1,10 +1,9 @@
 #pragma once
 
-#define PY_SSIZE_T_CLEAN
-#include <Python.h>
-
 #include <concepts>
 #include <utility>
+
+#include "thread.h"
 
 namespace py {
 
@@ -27,37 +26,26 @@ class Borrowed {
     PyObject* object_;
 };
 
-// While the interpreter is finalised: keeps a thread for ever that does not hold the interpreter's lock. The
-// interpreter ends such a thread, a daemon, by unwinding its stack, native frames included, where nothing may be
-// touched any more; so every destructor that touches the interpreter begins with this.
-void park_when_finalizing() noexcept;
-inline void park_ended_thread() noexcept {
-    if (_Py_IsFinalizing()) park_when_finalizing();
-}
-
 // One owned reference, or empty. Move-only, so each reference is released exactly once.
 class Ref {
   public:
     Ref() noexcept = default;
-    Ref(Ref&& other) noexcept : object_(other.release()) {}
+    Ref(Ref&& other) noexcept : object_(other.relinquish()) {}
     Ref(const Ref&) = delete;
     Ref& operator=(const Ref&) = delete;
     ~Ref() {
-        if (object_ == nullptr) return;
-        park_ended_thread();
-        Py_DECREF(object_);
+        if (object_ != nullptr) release(object_);
     }
 
     // The old object goes last: its release may run Python code that looks at this very Ref.
     Ref& operator=(Ref&& other) noexcept {
-        PyObject* const old = std::exchange(object_, other.release());
-        Py_XDECREF(old);
+        const Ref old(std::exchange(object_, other.relinquish()));
         return *this;
     }
 
     PyObject* get() const noexcept { return object_; }
     // The caller owns what comes back, and this Ref is empty.
-    PyObject* release() noexcept { return std::exchange(object_, nullptr); }
+    PyObject* relinquish() noexcept { return std::exchange(object_, nullptr); }
     bool is(Borrowed other) const noexcept { return object_ == other.get(); }
     bool is_none() const noexcept { return object_ == Py_None; }
 
@@ -90,5 +78,8 @@ inline int check(int status) {
     if (status < 0) throw Error{};
     return status;
 }
+
+// A name or a fixed text, one object for all who intern the same characters.
+inline Ref interned(const char* text) { return steal(PyUnicode_InternFromString(text)); }
 
 }  // namespace py

@@ -55,27 +55,31 @@ LineFeeds count_line_feeds(std::span<const Character> stretch) {
 }
 
 LineFeeds count_line_feeds(std::span<const Py_UCS1> stretch) {
+    constexpr Py_UCS1 first_other = '\v';
+    constexpr Py_UCS1 last_other = 0x1f;
     LineFeeds feeds;
     while (stretch.size() >= wide::size) {
         wide::Bytes ends{};
-        wide::Bytes others{};
+        wide::Bytes lowest = ~wide::Bytes{};
+        wide::Bytes next_lines{};
         // No lane of the counter overflows in so many steps.
         const std::size_t steps = std::min(stretch.size() / wide::size, std::size_t{16});
         for (std::size_t step = 0; step < steps; ++step) {
             const wide::Bytes bytes = wide::load(stretch.data() + step * wide::size);
             ends -= wide::equal(bytes, '\n');
-            // A few controls that are no line ends are among these; `only` may be false without need.
-            others |= wide::between(bytes, 0x0b, 0x1f) | wide::equal(bytes, 0x85);
+            lowest = wide::least(lowest, bytes - first_other);
+            next_lines |= wide::equal(bytes, 0x85);
         }
         feeds.count += wide::sum(ends);
-        feeds.only &= !wide::any(others);
+        // A few controls that are no line ends are among these; `only` may be false without need.
+        feeds.only &= !wide::any(next_lines | wide::between(lowest, 0, last_other - first_other));
         stretch = stretch.subspan(steps * wide::size);
     }
     const LineFeeds rest = count_line_feeds<Py_UCS1>(stretch);
     return {feeds.count + rest.count, feeds.only && rest.only};
 }
 
-// How many lines end in a stretch; the character behind it must be readable.
+// How many lines end in a stretch; the character after it must be readable.
 template <class Character>
 std::size_t count_line_ends(std::span<const Character> stretch) {
     const LineFeeds feeds = count_line_feeds(stretch);
@@ -109,8 +113,8 @@ std::optional<std::size_t> find_end(std::span<const Character> text, std::size_t
     const auto rest = text.subspan(from);
     const auto region = limit < rest.size() ? rest.first(limit + 1) : rest;
     if (!count_line_feeds(region).only) return {};
-    const std::size_t behind = find_line(region, count);
-    if (behind < region.size()) return from + behind - 1;
+    const std::size_t after = find_line(region, count);
+    if (after < region.size()) return from + after - 1;
     if (region.size() > limit) return from + limit;
     return region.back() == '\n' ? text.size() - 1 : text.size();
 }
@@ -148,29 +152,29 @@ std::vector<Character> join_lines(std::span<const Character> text, std::size_t f
 
 }  // namespace
 
-Ref strip(Borrowed text) {
-    return visit(text, [text](auto characters) {
+Ref strip(Borrowed value, Borrowed name) {
+    if (!is_plain(value)) return call_method(value, name);
+    return visit(value, [value](auto characters) {
         std::size_t from = 0;
         std::size_t to = characters.size();
         while (from < to && is_space(characters[from])) ++from;
         while (to > from && is_space(characters[to - 1])) --to;
-        return slice(text, from, to);
+        return slice(value, from, to);
     });
 }
 
-bool is_blank(Borrowed text) {
-    return visit(text, [](auto characters) {
+bool is_blank(Borrowed value, Borrowed name) {
+    if (!is_plain(value)) return !truth(call_method(value, name));
+    return visit(value, [](auto characters) {
         return std::all_of(characters.begin(), characters.end(), [](auto character) { return is_space(character); });
     });
 }
 
-Ref cut_lines(Borrowed text, std::size_t first, std::size_t stop, std::size_t limit, LineStart& known) {
-    return visit(text, [&](auto characters) {
-        const std::size_t from = known.offset + find_line(characters.subspan(known.offset), first - known.line);
-        if (from == characters.size()) return slice(text, 0, 0);
-        known = {first, from};
-        if (first >= stop || limit == 0) return slice(text, 0, 0);
-        if (const auto end = find_end(characters, from, stop - first, limit)) return slice(text, from, *end);
+Ref cut_lines(Borrowed plain, std::size_t first, std::size_t stop, std::size_t limit) {
+    return visit(plain, [=](auto characters) {
+        const std::size_t from = find_line(characters, first);
+        if (from == characters.size() || first >= stop || limit == 0) return slice(plain, 0, 0);
+        if (const auto end = find_end(characters, from, stop - first, limit)) return slice(plain, from, *end);
         const auto joined = join_lines(characters, from, stop - first, limit);
         return make(std::span(joined));
     });

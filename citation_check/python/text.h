@@ -4,12 +4,15 @@
 #include <cstddef>
 #include <span>
 
-#include "object.h"
+#include "call.h"
 
-// The work on text that the interpreter's own methods do, for exact `str` objects. No Python code runs here.
+// Work on text. The shortcuts for plain `str` objects cannot be told from the interpreter's own methods.
 namespace py::text {
 
-inline bool is_exact(Borrowed object) { return PyUnicode_CheckExact(object.get()); }
+// An exact `str` in its final form; the old C API can make some that are not.
+inline bool is_plain(Borrowed object) { return PyUnicode_CheckExact(object.get()) && PyUnicode_IS_READY(object.get()); }
+
+inline std::size_t size(Borrowed plain) { return static_cast<std::size_t>(PyUnicode_GET_LENGTH(plain.get())); }
 
 // `str.isspace()` of the first 256 characters.
 constexpr std::array<bool, 256> latin_spaces = [] {
@@ -25,16 +28,20 @@ inline bool is_space(Py_UCS4 character) {
     return character < latin_spaces.size() ? latin_spaces[character] : Py_UNICODE_ISSPACE(character) != 0;
 }
 
-// Calls `visitor` with the characters of `text` as a span of the width in which they are stored.
+// A stretch of a text, from its first character to after its last.
+struct Span {
+    std::size_t begin;
+    std::size_t end;
+};
+
+// Calls `visitor` with the characters of a plain text as a span of the width in which they are stored.
 template <class Visitor>
-decltype(auto) visit(Borrowed text, Visitor visitor) {
-    check(PyUnicode_READY(text.get()));
-    const auto length = static_cast<std::size_t>(PyUnicode_GET_LENGTH(text.get()));
-    const void* const data = PyUnicode_DATA(text.get());
-    switch (PyUnicode_KIND(text.get())) {
-        case PyUnicode_1BYTE_KIND: return visitor(std::span(static_cast<const Py_UCS1*>(data), length));
-        case PyUnicode_2BYTE_KIND: return visitor(std::span(static_cast<const Py_UCS2*>(data), length));
-        default: return visitor(std::span(static_cast<const Py_UCS4*>(data), length));
+decltype(auto) visit(Borrowed plain, Visitor visitor) {
+    const void* const data = PyUnicode_DATA(plain.get());
+    switch (PyUnicode_KIND(plain.get())) {
+        case PyUnicode_1BYTE_KIND: return visitor(std::span(static_cast<const Py_UCS1*>(data), size(plain)));
+        case PyUnicode_2BYTE_KIND: return visitor(std::span(static_cast<const Py_UCS2*>(data), size(plain)));
+        default: return visitor(std::span(static_cast<const Py_UCS4*>(data), size(plain)));
     }
 }
 
@@ -45,25 +52,18 @@ Ref make(std::span<const Character> characters) {
         PyUnicode_FromKindAndData(sizeof(Character), characters.data(), static_cast<Py_ssize_t>(characters.size())));
 }
 
-// `text[from:to]` within its bounds; the very object when that is all of it.
-inline Ref slice(Borrowed text, std::size_t from, std::size_t to) {
-    return steal(PyUnicode_Substring(text.get(), static_cast<Py_ssize_t>(from), static_cast<Py_ssize_t>(to)));
+// `plain[from:to]` within its bounds; the very object when that is all of it.
+inline Ref slice(Borrowed plain, std::size_t from, std::size_t to) {
+    return steal(PyUnicode_Substring(plain.get(), static_cast<Py_ssize_t>(from), static_cast<Py_ssize_t>(to)));
 }
 
-// `text.strip()`
-Ref strip(Borrowed text);
+// `value.strip()`; `name` is "strip".
+Ref strip(Borrowed value, Borrowed name);
 
-// Whether `text.strip()` is empty.
-bool is_blank(Borrowed text);
+// `not value.strip()`
+bool is_blank(Borrowed value, Borrowed name);
 
-// The beginning of a line of a text: a place to count further lines from.
-struct LineStart {
-    std::size_t line = 0;
-    std::size_t offset = 0;
-};
-
-// `"\n".join(text.splitlines()[first:stop])[:limit]`, without cutting the rest of the text into lines. Counts from
-// `known`, which is not behind line `first`, and leaves there where line `first` begins when there is one.
-Ref cut_lines(Borrowed text, std::size_t first, std::size_t stop, std::size_t limit, LineStart& known);
+// `"\n".join(plain.splitlines()[first:stop])[:limit]`, without cutting the rest of the text into lines.
+Ref cut_lines(Borrowed plain, std::size_t first, std::size_t stop, std::size_t limit);
 
 }  // namespace py::text

@@ -25,6 +25,8 @@ inline Bytes between(Bytes bytes, std::uint8_t first, std::uint8_t last) {
     return reinterpret_cast<Bytes>((bytes - first) <= static_cast<std::uint8_t>(last - first));
 }
 
+inline Bytes least(Bytes left, Bytes right) { return left < right ? left : right; }
+
 // `str.isspace()` of the first 256 characters.
 inline Bytes spaces(Bytes bytes) {
     return between(bytes, 0x09, 0x0d) | between(bytes, 0x1c, 0x20) | equal(bytes, 0x85) | equal(bytes, 0xa0);

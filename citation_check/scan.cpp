@@ -1,4 +1,4 @@
-#include "extract_scan.h"
+#include "scan.h"
 
 #include <algorithm>
 #include <array>
@@ -82,12 +82,12 @@ Py_UCS1* find_untidy(Py_UCS1* const begin, Py_UCS1* const end) {
     namespace wide = py::wide;
     if (begin == end || is_space(*begin)) return begin;
     Py_UCS1* at = begin;
-    // Whitespace is untidy because of what stands behind it, so a run that begins before `at` has been noticed.
+    // Whitespace is untidy because of what stands after it, so a run that begins before `at` has been noticed.
     for (; static_cast<std::size_t>(end - at) > wide::size; at += wide::size) {
-        const wide::Bytes behind = wide::load(at + 1);
-        const wide::Bytes marks = wide::equal(behind, '.') | wide::equal(behind, ',') | wide::equal(behind, ';') |
-                                  wide::equal(behind, ':') | wide::equal(behind, '!') | wide::equal(behind, '?');
-        if (wide::any(wide::spaces(wide::load(at)) & (wide::spaces(behind) | marks))) break;
+        const wide::Bytes after = wide::load(at + 1);
+        const wide::Bytes marks = wide::equal(after, '.') | wide::equal(after, ',') | wide::equal(after, ';') |
+                                  wide::equal(after, ':') | wide::equal(after, '!') | wide::equal(after, '?');
+        if (wide::any(wide::spaces(wide::load(at)) & (wide::spaces(after) | marks))) break;
     }
     return at;
 }
@@ -115,7 +115,7 @@ Character* tidy_in_place(Character* const begin, Character* const end) {
     return out;
 }
 
-// The first character at or behind `from` that may end a sentence; the size of the text when there is none.
+// The first character at or after `from` that may end a sentence; the size of the text when there is none.
 template <class Character>
 std::size_t find_sentence_end(std::span<const Character> characters, std::size_t from) {
     while (from < characters.size() && !sentence_ends.has(characters[from])) ++from;
@@ -142,11 +142,6 @@ std::size_t list_mark_end(Borrowed text) {
         const std::size_t end = skip_space(characters, marker);
         return end == marker ? 0 : end;
     });
-}
-
-bool is_left_out(Borrowed stripped) {
-    const Py_UCS4 first = PyUnicode_READ_CHAR(stripped.get(), 0);
-    return first == '#' || first == '|' || first == '>';
 }
 
 Span sentence_gap(Borrowed block, std::size_t from) {

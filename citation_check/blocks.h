@@ -1,0 +1,27 @@
+#pragma once
+
+#include <optional>
+
+#include "python/call.h"
+#include "state.h"
+
+namespace citation_check {
+
+// `for block in _prose_blocks(markdown)`: `next()` gives an empty Ref at the end. The blocks come straight from a scan
+// as long as it runs no Python code, which could see that the generator is missing.
+class Blocks {
+  public:
+    Blocks(State& state, py::Borrowed markdown);
+
+    py::Ref next();
+
+  private:
+    bool runs_no_python_code();
+
+    State& state_;
+    py::Ref scan_;   // empty once the generator has it
+    py::Ref fence_;  // the last `_FENCE_RE` that was found to be a standard pattern for text
+    std::optional<py::Iteration> generator_;
+};
+
+}  // namespace citation_check
