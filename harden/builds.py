@@ -9,14 +9,6 @@ ROOT = Path(__file__).resolve().parent.parent
 SCRATCH = ROOT / "build-harden"
 
 
-# The tests of the command, of the types and of the documents say little about the module and take long.
-WITHOUT_HOST = [
-    "--ignore-glob=tests/test_command*",
-    "--ignore=tests/test_types.py",
-    "--ignore=tests/test_wiki_docs.py",
-]
-
-
 class Failed(Exception):
     """A row does not hold; the message says what was seen."""
 
@@ -29,38 +21,31 @@ class Build(NamedTuple):
     environment: dict[str, str] = {}
 
 
-def _flags(flags: str) -> tuple[str, ...]:
-    return "-DCMAKE_BUILD_TYPE=None", f"-DCMAKE_CXX_FLAGS=-O1 -g -fno-omit-frame-pointer {flags}"
+def sanitizer(folder: str, flags: str, library: str, **environment: str) -> Build:
+    flags = f"-DCMAKE_CXX_FLAGS=-O1 -g -fno-omit-frame-pointer {flags}"
+    # Without libstdc++ in front the first exception aborts.
+    preload = library, "libstdc++.so"
+    return Build(folder, ("-DCMAKE_BUILD_TYPE=None", flags), preload=preload, environment=environment)
 
 
 RELEASE = Build("build", ())
-DEBUG = Build(
-    "build-debug", ("-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_CXX_COMPILER=clang++"), "/usr/bin/python3.11d"
-)
-# Without libstdc++ in front the first exception aborts; without the plain malloc an overflow passes unseen.
-ASAN = Build(
-    "build-asan",
-    _flags("-fsanitize=address,undefined -fno-sanitize-recover=undefined"),
-    preload=("libasan.so", "libstdc++.so"),
-    environment={"PYTHONMALLOC": "malloc", "ASAN_OPTIONS": "detect_leaks=1"},
-)
-TSAN = Build(
-    "build-tsan",
-    _flags("-fsanitize=thread"),
-    preload=("libtsan.so", "libstdc++.so"),
-    environment={"TSAN_OPTIONS": "exitcode=66"},
-)
+DEBUG_OPTIONS = "-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_CXX_COMPILER=clang++"
+DEBUG = Build("build-debug", DEBUG_OPTIONS, "/usr/bin/python3.11d")
+# Without the plain malloc an overflow passes unseen.
+ASAN = sanitizer("build-asan", "-fsanitize=address,undefined -fno-sanitize-recover=undefined", "libasan.so",
+                 PYTHONMALLOC="malloc", ASAN_OPTIONS="detect_leaks=1")  # fmt: skip
+TSAN = sanitizer("build-tsan", "-fsanitize=thread", "libtsan.so", TSAN_OPTIONS="exitcode=66")
 
 
-def command(*words: str | Path, cwd: Path = ROOT, **environment: str) -> str:
+def command(*words: str | Path, **environment: str) -> str:
     """The output of a command; Failed with the last of it when it does not end well."""
     run = subprocess.run(
-        words, cwd=cwd, env=os.environ | environment, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+        words, cwd=ROOT, env=os.environ | environment, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
         text=True, errors="replace", stdin=subprocess.DEVNULL,
     )  # fmt: skip
     if run.returncode != 0:
         raise Failed(f"{' '.join(map(str, words))} ended with {run.returncode}:\n{run.stdout[-4000:]}")
-    return run.stdout
+    return run.stdout.strip()
 
 
 def ready(build: Build) -> Path:
@@ -72,45 +57,28 @@ def ready(build: Build) -> Path:
 
 
 def environment(build: Build) -> dict[str, str]:
-    paths = os.pathsep.join(str(ROOT / name) for name in ("host", "", "tests"))
-    libraries = [command("g++", f"-print-file-name={name}").strip() for name in build.preload]
+    libraries = [command("g++", f"-print-file-name={name}") for name in build.preload]
     return {
-        "PYTHONPATH": paths,
+        "PYTHONPATH": os.pathsep.join(str(ROOT / name) for name in ("host", "", "tests")),
         "PYTHONDONTWRITEBYTECODE": "1",
         "CITATION_CHECK_BUILD": str(ready(build)),
         "LD_PRELOAD": " ".join(libraries),
     } | build.environment
 
 
-def python(build: Build, *arguments: str | Path, preload: Path | None = None) -> str:
+def python(build: Build, *arguments: str | Path, preload: Path | None = None, runner: str = "") -> str:
     """The output of a program run by Debian's interpreter with that build of the module."""
     variables = environment(build)
     if preload:
         variables["LD_PRELOAD"] += f" {preload}"
-    return command(build.python, *arguments, **variables).strip()
-
-
-def test(build: Build, *options: str) -> str:
-    """The output of the test-suite."""
-    return python(build, "-m", "pytest", "-q", "-x", "-p", "no:cacheprovider", "tests", *options)
+    if runner:
+        variables["PYTHONMALLOC"] = "malloc"
+    return command(*runner.split(), build.python, *arguments, **variables)
 
 
 def shim(source: str) -> Path:
     """A library to be preloaded, built from a source file beside this one."""
     SCRATCH.mkdir(exist_ok=True)
     library = SCRATCH / Path(source).with_suffix(".so").name
-    compiler = "g++" if source.endswith(".cpp") else "gcc"
-    command(
-        compiler,
-        "-O1",
-        "-g",
-        "-Wall",
-        "-Wextra",
-        "-shared",
-        "-fPIC",
-        "-o",
-        library,
-        f"harden/{source}",
-        "-ldl",
-    )
+    command("g++", *"-O1 -g -Wall -Wextra -shared -fPIC -o".split(), library, f"harden/{source}")
     return library

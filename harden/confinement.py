@@ -28,26 +28,30 @@ FILES = {
 }
 # A target with "@" is absolute.
 LINKS = {
-    "away": "../secret", "away-absolute": "@/secret", "chain": "chain1", "chain1": "src/chain2", "src/chain2": "../away",
-    "src/away": "../../secret", "tree": "../tree", "tree-absolute": "@/tree", "up": "..", "src/up": "../..",
-    "root": "/", "evil": "../repo-evil", "twin": "../repo2/f", "back": "../repo/../secret", "double": "..//secret",
-    "dot": "./.././secret", "process": "/proc/self/root", "here": ".", "f\n": "../secret", "f (deleted)": "../secret",
+    "away": "../secret", "away-absolute": "@/secret", "chain": "chain1", "chain1": "src/chain2",
+    "src/chain2": "../away", "src/away": "../../secret", "tree": "../tree", "tree-absolute": "@/tree",
+    "up": "..", "src/up": "../..", "root": "/", "evil": "../repo-evil", "twin": "../repo2/f",
+    "back": "../repo/../secret", "double": "..//secret", "dot": "./.././secret",
+    "process": "/proc/self/root", "here": ".", "f\n": "../secret", "f (deleted)": "../secret",
     "\udcff": "../secret", "loop": "loop", "loop1": "loop2", "loop2": "loop1", "to-f": "f", "to-src": "src",
     "to-f-absolute": "@/repo/f", "out-and-in": "../repo/src", "src/to-a": "../a", "long" * 60: "../secret",
-    "zero": "/dev/zero", "terminal": "/dev/tty", "environment": "/proc/self/environ", "dangling": "../nowhere",
-    "to-fifo": "fifo", "/link-to-repo": "repo", "/link-to-link": "link-to-repo", "/link-to-src": "repo/src",
+    "zero": "/dev/zero", "terminal": "/dev/tty", "environment": "/proc/self/environ",
+    "dangling": "../nowhere", "to-fifo": "fifo", "/link-to-repo": "repo", "/link-to-link": "link-to-repo",
+    "/link-to-src": "repo/src",
 }  # fmt: skip
-HOSTILE = [
-    *"../secret ./../secret .././secret ..//secret src/../../secret src//..//..//secret src/./../../secret".split(),
-    *"a/b/../../../secret ../repo/../secret ../repo/src/../../secret ../tree/../secret ../tree/f".split(),
-    *"../tree/./dir/f to-src/../../secret here/../secret here/here/../secret here/./here/../secret".split(),
-    *"src/to-a/../../secret @/secret /@/secret //@/secret ///@/secret /.@/secret @/repo/../secret @/./secret".split(),
-    *"@/repo/src/../../secret /proc/self/root@/secret /proc/self/cwd/secret /proc/thread-self/root@/secret".split(),
-    *"/dev/fd/../cwd/secret /proc/self/../self/root@/secret /proc/self/task/../root@/secret process@/secret".split(),
-    *"root@/secret away away-absolute chain chain1 src/chain2 src/away tree/f tree/dir/f tree-absolute/f".split(),
-    *"up/secret src/up/secret evil/f twin back double dot here/away here/here/tree/f to-src/away".split(),
-    *"up/repo/away ../repo-evil/f ../repo2/f ../rep/f ../repo.py up/repo-evil/f ../repo/../repo2/f".split(),
-    *"src/../../repo-evil/f loop/../away loop/../tree/f loop1/../chain loop/../up/secret".split(),
+HOSTILE = """
+../secret ./../secret .././secret ..//secret src/../../secret src//..//..//secret src/./../../secret
+a/b/../../../secret ../repo/../secret ../repo/src/../../secret ../tree/../secret ../tree/f ../tree/./dir/f
+to-src/../../secret here/../secret here/here/../secret here/./here/../secret src/to-a/../../secret @/secret
+/@/secret //@/secret ///@/secret /.@/secret @/repo/../secret @/./secret @/repo/src/../../secret
+/proc/self/root@/secret /proc/self/cwd/secret /proc/thread-self/root@/secret /dev/fd/../cwd/secret
+/proc/self/../self/root@/secret /proc/self/task/../root@/secret process@/secret root@/secret away
+away-absolute chain chain1 src/chain2 src/away tree/f tree/dir/f tree-absolute/f up/secret src/up/secret
+evil/f twin back double dot here/away here/here/tree/f to-src/away up/repo/away ../repo-evil/f ../repo2/f
+../rep/f ../repo.py up/repo-evil/f ../repo/../repo2/f src/../../repo-evil/f loop/../away loop/../tree/f
+loop1/../chain loop/../up/secret
+""".split()
+HOSTILE += [
     *("loop/x/../../src/away", "f\n", "f (deleted)", "\udcff", "long" * 60, "away\0", "../secret\0.py"),
     *("@/secret\0/../repo/f", "src/away\0\0", "../" * 40 + "@/secret", "src/../" * 800 + "../secret"),
     *("./" * 2500 + "away", "here/" * 30 + "away"),
@@ -179,7 +183,7 @@ def attacked(layout: Layout, attack: Attack) -> Iterator[None]:
 def read_under_attack(
     reading: Callable[[str], str], attack: Attack, reads: int, awaited: str
 ) -> Counter[str]:
-    """How often each text came, in so many reads, and in more where a busy machine lets the awaited one be late."""
+    """How often each text came, in so many reads, and in more where the awaited one is late."""
     texts: Counter[str] = Counter()
     end = time.monotonic() + 60
     while texts.total() < reads or (not texts[awaited] and time.monotonic() < end):
@@ -212,6 +216,6 @@ def run(short: bool) -> str:
     reads = 20_000 if short else 400_000
     attacks = [withstand(module, plain, attack, reads) for attack in ATTACKS]
     return (
-        f"{len(HOSTILE)} hostile paths, {hostile} readings, {len(attacks)} attackers of {reads} reads each: 0 from"
-        f" outside; from the plain form: {', '.join(attacks)}"
+        f"{len(HOSTILE)} hostile paths, {hostile} readings, {len(attacks)} attackers of {reads} reads each:"
+        f" 0 from outside; from the plain form: {', '.join(attacks)}"
     )

@@ -1,7 +1,6 @@
 import importlib
 import sys
 from pathlib import Path
-from types import ModuleType
 
 import pytest
 
@@ -11,27 +10,17 @@ pytest.register_assert_rewrite("support")
 
 
 @pytest.fixture(scope="session")
-def imported() -> ModuleType:
+def imported():
     return importlib.import_module("quenlow.workers.wiki.citation_check")
 
 
 @pytest.fixture
-def module(imported: ModuleType) -> ModuleType:
-    """A copy of the module for one test, which may change it as it likes."""
-    return importlib.import_module("support").fresh(imported)
-
-
-@pytest.fixture
-def both(module: ModuleType) -> tuple[ModuleType, ModuleType]:
-    """The module, and the same module written in Python."""
+def both(imported):
+    """A copy of the module for one test, which may change it as it likes, and of its plain Python form."""
     plain = importlib.import_module("bench.load").load_plain()
-    return module, importlib.import_module("support").fresh(plain)
+    return tuple(map(importlib.import_module("support").fresh, (imported, plain)))
 
 
 @pytest.fixture
-def repo(tmp_path: Path) -> Path:
-    """A repository whose one source file holds the lines "line 1" to "line 9"."""
-    root = tmp_path / "repo"
-    (root / "src").mkdir(parents=True)
-    (root / "src/app.py").write_text("".join(f"line {number}\n" for number in range(1, 10)))
-    return root
+def repo(tmp_path):
+    return importlib.import_module("harden.ways").repository(tmp_path / "repo")

@@ -1,28 +1,32 @@
-"""What several test files share: outcomes that compare, copies of a module, a client without a model."""
+"""What several test files share: copies of a module, outcomes that compare, a host without a model."""
 
 import importlib.util
 import inspect
+import os
 import re
+import subprocess
+import sys
 from collections.abc import Callable
-from types import ModuleType, SimpleNamespace
+from pathlib import Path, PurePath
+from types import FunctionType, ModuleType, SimpleNamespace
 from typing import Any
+
+ROOT = Path(__file__).resolve().parent.parent
+FUNCTIONS = """CitedClaim.ref CitationCheck.score CitationCheck.findings CitationCheck.warnings _prose_blocks
+_claim_text cited_claims cited_lines CitedSources.__init__ CitedSources.passage CitedSources._read
+check_citations CitationChecker.__init__ CitationChecker.enabled CitationChecker.check
+CitationCheckMixin._citation_check citation_lint_findings""".split()
+CLASSES = "CitedClaim CheckedClaim CitationCheck CitedSources CitationChecker CitationCheckMixin".split()
+# What functions look up in the module's namespace, at the moment of its use.
+READ = """logger re threading ThreadPoolExecutor CITATION_QUESTION_VERSION citation_answer citation_request
+_norm source_consented _CITATION_RE citation_key _FENCE_RE _PASSAGE_CHARS _CLAIM_MIN_CHARS _SENTENCE_END_RE
+_LIST_MARK_RE CitedClaim CheckedClaim _VERDICT_FINDINGS _DETAIL_CLAIM_CHARS _FAILURE_CHARS CitationCheck
+_prose_blocks _claim_text cited_claims cited_lines CitedSources check_citations CitationChecker""".split()
+Modules = tuple[ModuleType, ModuleType]
 
 
 class Text(str):
     """A string that is not exactly a `str`."""
-
-
-class Used(Exception):
-    """Somebody used a Poison."""
-
-
-class Poison:
-    """Raises `Used` at any use."""
-
-    def _used(self, *_given: object, **_named: object) -> Any:
-        raise Used
-
-    __getattr__ = __call__ = __getitem__ = __index__ = __hash__ = __eq__ = __lt__ = __gt__ = _used
 
 
 def fail(*_given: object, **_named: object) -> Any:
@@ -34,29 +38,39 @@ def odd(**methods: Any) -> type:
     return type("Odd", (), {f"__{name}__": method for name, method in methods.items()})
 
 
-def odd_key(name: str) -> str:
-    """A string with the hash of `name` that cannot be compared."""
-    return type("Key", (str,), {"__eq__": fail, "__hash__": str.__hash__})(name)
-
-
-def traced(trace: list[Any], name: str, result: Callable[..., Any] = lambda *_: None) -> Callable[..., Any]:
-    """A function that writes its calls down."""
-    return lambda *given, **named: trace.append((name, given, named)) or result(*given)
-
-
 def outcome(call: Callable[..., Any], *given: Any, **named: Any) -> str:
     """What a call came to, in words that are the same for the module and its Python form."""
     try:
         result = repr(call(*given, **named))
-    except Exception as error:
-        result = f"{type(error).__qualname__}: {error}"
+    except BaseException as error:
+        result = f"{type(error).__qualname__}: {error} in {type(error.__context__).__qualname__}"
     return re.sub(r" at 0x\w+", "", result.replace("citation_check_plain", "citation_check"))
 
 
-def agree(both: tuple[ModuleType, ModuleType], call: Callable[[ModuleType], Any]) -> str:
+def shown(value: Any) -> str:
+    """A value in words that are the same for the module and its plain form; takes no step."""
+    kind = type(value)
+    if kind.__name__ == "Watch":
+        return object.__getattribute__(value, "parts")[1]
+    for base, show in ((str, str.__repr__), (int, int.__repr__), (PurePath, PurePath.__str__)):
+        if isinstance(value, base):
+            return f"{kind.__name__} {show(value)}"
+    for base, items in ((list, list.__iter__), (tuple, tuple.__iter__), (dict, dict.items)):
+        if isinstance(value, base):
+            return f"{kind.__name__} [{', '.join(map(shown, items(value)))}]"
+    if isinstance(value, BaseException):
+        return f"{kind.__name__} {shown(value.args)} after {type(value.__context__).__name__}"
+    if hasattr(kind, "__dataclass_fields__"):
+        fields = [object.__getattribute__(value, name) for name in kind.__dataclass_fields__]
+        return f"{kind.__qualname__} {shown(fields)}"
+    return value.__qualname__ if isinstance(value, FunctionType) else kind.__name__
+
+
+def agree(both: Modules, call: Callable[[ModuleType], Any]) -> str:
     """What a call came to, on the module as on its Python form."""
     one, other = (outcome(call, module) for module in both)
-    assert one == other
+    near = max(0, len(os.path.commonprefix([one, other])) - 60)
+    assert one[near : near + 120] == other[near : near + 120]  # where they part, for they may be long
     return one
 
 
@@ -85,24 +99,35 @@ def page(*lines: str) -> str:
     return "\n\n".join(f"The sentence about {text} [src/app.py:{text}]." for text in lines)
 
 
+def ended(script: str, *given: Any) -> tuple[Any, ...]:
+    """How a script ends, with an interpreter of its own."""
+    environment = os.environ | {"PYTHONPATH": f"{ROOT}/host:{ROOT}", "PYTHONDONTWRITEBYTECODE": "1"}
+    command = [sys.executable, "-c", script, *given]
+    try:
+        run = subprocess.run(command, env=environment, capture_output=True, text=True, timeout=20)
+    except subprocess.TimeoutExpired:
+        return ("hangs",)
+    return run.returncode, run.stdout.replace("_plain", ""), run.stderr
+
+
+def verdict(sentence: str) -> str:
+    return fail() if "L4" in sentence else "contradicts" if "L2" in sentence else "supports"
+
+
 class Client:
     """A decision client that answers with what `answer` makes of the sentence."""
 
-    def __init__(self, answer: Callable[[str], Any] = lambda _sentence: "supports", **config: Any) -> None:
-        self.config = SimpleNamespace(wiki_check_citations_per_page=100, max_parallel_calls=2)
-        vars(self.config).update(allow_source_upload=True, **config)
+    def __init__(self, answer: Callable[[str], Any] = verdict, **config: Any) -> None:
+        usual = {"wiki_check_citations_per_page": 100, "max_parallel_calls": 2, "allow_source_upload": True}
+        self.config = SimpleNamespace(**usual | config)
         self.answer, self.switch = answer, True
-        self.asked: Any = []
-        self.budgets: Any = []
 
     def feature_enabled(self, name: str) -> Any:
         return name == "wiki_check_citations" and self.switch
 
     def new_budget(self, **named: Any) -> Any:
-        self.budgets.append(named)
-        return SimpleNamespace(number=len(self.budgets))
+        return SimpleNamespace(**named)
 
     def decide(self, state: Any, _questions: Any, *, question_version: Any, budget: Any) -> dict[str, Any]:
         hash(question_version)
-        self.asked.append(state[0][1])
         return {"citation": self.answer(state[0][1])}

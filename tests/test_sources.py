@@ -1,236 +1,171 @@
-"""Cited sources: the lines of a text, and the files of a repository."""
+"""The files of a repository: which are read, what comes of them, and what the system sees of it."""
 
 import os
-import sys
-from contextlib import contextmanager
 from itertools import product
 from pathlib import Path
-from resource import RLIMIT_NOFILE, getrlimit, setrlimit
-from types import SimpleNamespace
 
 import pytest
-from support import Text, agree, fail, outcome, traced
+from support import Text, agree, ended, outcome
 
-FOUR = "one\r\ntwo\rthree\nfour"
-NINE = "".join(f"line {number}\n" for number in range(1, 10))
-
-
-@pytest.mark.parametrize(
-    "text, start, end, passage",
-    [
-        (FOUR, 2, 3, "two\nthree"), (FOUR, 1, 99, "one\ntwo\nthree\nfour"), (FOUR, -1, 4, "three\nfour"),
-        (FOUR, 0, 4, "four"), (FOUR, 0, 0, ""), (FOUR, 1, -1, "one\ntwo\nthree"), (FOUR, 3, 2, ""),
-        (FOUR, 10**30, 10**31, ""), (FOUR, -(10**30), 10**30, "one\ntwo\nthree\nfour"), (FOUR, 1, 1, "one"),
-        ("one\n", 1, 5, "one"), ("one\n", 2, 2, ""), ("a\n\nc", 1, 3, "a\n\nc"), ("\n\n", 1, 9, "\n"),
-        ("x" * 3000, 1, 1, "x" * 2200), (Text("a\x0bb\x0cc\x1cd\x1de\x1ef"), 1, 99, "a\nb\nc\nd\ne\nf"),
-        ("\U0001f600" * 1100 + "\r\n" + "\ud800" * 1200, 1, 2, "\U0001f600" * 1100 + "\n" + "\ud800" * 1099),
-        ("f\x85g\u2028h\u2029i\x1fj\x00", 1, 99, "f\ng\nh\ni\x1fj\x00"),
-    ],
-)
-def test_cited_lines(module, text, start, end, passage):
-    assert module.cited_lines(text, start, end) == passage
-
-
-class Index:
-    def __init__(self, value):
-        self.value = value
-
-    def __index__(self):
-        return self.value
-
-    def __sub__(self, other):
-        return Index(self.value - other)
-
-
-class Lines(str):
-    def splitlines(self):
-        return [Text("own"), "lines"]
-
-
-def test_cited_lines_of_odd_values(both):
-    numbers = [1, True, None, 1.0, "1", 2**64, -(2**64), Index(2), Index("1"), [1]]
-    made = [SimpleNamespace(splitlines=lambda lines=lines: lines) for lines in ("ab", ("a", "b"), 7)]
-    for text, start, end in product([FOUR, Lines("x"), b"a\nb", None, *made], numbers, numbers):
-        agree(both, lambda one: one.cited_lines(text, start, end))
-
-
-def test_cited_lines_of_every_boundary(both):
-    ranges = (1, 9), (2, 3), (0, 9), (-2, -1), (3, 3), (1, 1)
-    for one in both:
-        one._PASSAGE_CHARS = 4
-    for parts in product(["", "ab", "\n", "\r", "\x85", "\u2028é", "\x1f", "\x1e\U0001f600"], repeat=4):
-        agree(both, lambda one: [one.cited_lines("".join(parts), *lines) for lines in ranges])
-
-
-def test_every_line_of_uneven_texts(module):
-    lines = ["é" * (number * 7 % 31) for number in range(200)]
-    for end, number in product(["\n", "\r\n", "\u2028"], range(1, 200)):
-        assert module.cited_lines(end.join(lines), number, number + 1) == "\n".join(lines[number - 1 : number + 1])
+LINKS = {"inside": "src/app.py", "folder": "src", "up": "..", "dangling": "nowhere", "chain": "away",
+         "self": ".", "evil": "../repo-evil", "zero": "/dev/zero", "absolute": "@/src/app.py"}  # fmt: skip
+PATHS = """src/app.py /src/app.py ./src//app.py src/../src/app.py nowhere/../src/app.py inside absolute folder/app.py bom
+folder/../src/app.py self/self/inside @/src/app.py src . missing src/app.py/more dangling ../secret away chain
+evil/secret ../repo-evil/secret /etc/passwd //etc/passwd /proc/self/environ loop loop/x loop/../src/app.py
+up/repo/src/app.py up/secret inside/ bad crs""".split()
+PATHS += ["", "src\0/app.py", "\ud800", "x" * 5000, "\udcff", Text("inside"), Path("inside"), 7, None, b"src"]
 
 
 @pytest.fixture
 def files(repo):
     (repo.parent / "repo-evil").mkdir()
-    for outside in (repo.parent / "secret", repo.parent / "repo-evil/secret"):
-        outside.write_text("secret\n")
+    (repo.parent / "repo-evil/secret").write_text("secret\n")
     (repo / "bom").write_bytes(b"\xef\xbb\xbffirst\r\nsecond\rthird")
     (repo / "crs").write_bytes(b"a\r\r\nb\r")
     (repo / "bad").write_bytes(b"a\xffb\xed\xa0\x80\xf0\x9f\x98c\x00")
     (repo / os.fsdecode(b"\xff")).write_text("odd")
-    links = {"inside": "src/app.py", "absolute": repo / "src/app.py", "folder": "src", "loop": "loop",
-             "up": "..", "away": "../secret", "dangling": "nowhere", "chain": "away", "evil": "../repo-evil"}
-    for link, target in links.items():
-        (repo / link).symlink_to(target)
+    os.mkfifo(repo / "fifo")
+    for link, target in LINKS.items():
+        (repo / link).symlink_to(target.replace("@", str(repo)))
     return repo
 
 
-TEXTS = {
-    NINE: ["src/app.py", "./src//app.py", "src/../src/app.py", "nowhere/../src/app.py", "inside", "absolute",
-           Text("inside"), "folder/app.py", "folder/../src/app.py", "up/repo/src/app.py"],
-    "": ["src", ".", "", "missing", "src/app.py/more", "dangling", "../secret", "away", "chain", "up/secret",
-         "evil/secret", "../repo-evil/secret", "/etc/passwd", "//etc/passwd", "/proc/self/environ"],
-    "\ufefffirst\nsecond\nthird": ["bom"], "a\n\nb\n": ["crs"], "a\ufffdb" + "\ufffd" * 4 + "c\x00": ["bad"], "odd": ["\udcff"],
-    None: ["loop", "loop/x", "src\x00/app.py", "\ud800", "x" * 5000, 7, None, b"src"],
+class Own(type(Path())):
+    """A path that is no plain one, though what it finds is one."""
+
+    def __truediv__(self, path):
+        return Path(str(self)) / path
+
+
+def test_reading(both, files, monkeypatch):
+    """Each path below each root, as a text and as the root's own kind of path."""
+    monkeypatch.chdir(files.parent)
+    roots = [*map(Path, "repo repo/up/repo repo/self repo/src repo/bom repo/loop no / . a\0 \ud800".split())]
+    roots += [files, Own(files), str(files), 7, None]
+    paths = [path.replace("@", str(files)) if type(path) is str else path for path in PATHS]
+
+    def read(one, root):
+        sources = one.CitedSources(files)
+        sources.root = root
+        return outcome(one.CitedSources, root)[:12], [outcome(sources._read, path) for path in paths]
+
+    for root in roots:
+        agree(both, lambda one: read(one, root))
+    assert both[0].CitedSources(files)._read("fifo") == both[0].CitedSources(files)._read("zero") == ""
+
+
+def test_root_that_changes(both, repo):
+    """The root is read once to join a path, and once to test it."""
+
+    def read(one):
+        roots = [repo / "src", repo]
+        sources = type("Sources", (one.CitedSources,), {"root": property(lambda _self: roots.pop())})
+        return sources.__new__(sources)._read("src/app.py")
+
+    agree(both, read)
+
+
+def test_bytes(both, repo):
+    """What bytes become, wherever they stand in a file."""
+    inserts = [b"\r", b"\r\n", b"\n\r", b"\r\r", b"\x80", "é".encode(), b"\xc3", "𝒳".encode(), b"\xff\r"]
+    contents = [b"a" * place + insert + b"b" * (39 - place) for insert, place in product(inserts, range(40))]
+    contents += [b"x" * size + b"\r\n" + b"\xe2\x82\xac" * 3 for size in (4095, 4096, 65535, 65536, 131071)]
+    for at, content in enumerate(contents):
+        (repo / str(at)).write_bytes(content)
+    agree(both, lambda one: [one.CitedSources(repo)._read(str(at)) for at in range(len(contents))])
+
+
+START = """
+import ctypes, fcntl, os, resource, sys, threading
+from pathlib import Path
+from bench.load import load_module
+module, root, libc = load_module(), Path(sys.argv[1]), ctypes.CDLL(None)
+sources, text = module.CitedSources(root), (root / "src/app.py").read_text()
+def descriptors(): return sorted(os.listdir("/proc/self/fd"))
+LIMIT = resource.getrlimit(resource.RLIMIT_NOFILE)
+"""
+SCRIPTS = {
+    "no FIFO or device is opened": """
+watch = libc.inotify_init1(os.O_NONBLOCK)
+for name in ("fifo", "zero", "src/app.py"):
+    assert libc.inotify_add_watch(watch, os.fsencode(root / name), 0x20) > 0
+assert sources._read("fifo") == sources._read("zero") == module.CitedSources(Path("/dev"))._read("zero") == ""
+try: raise SystemExit(os.read(watch, 4096))
+except BlockingIOError: assert sources._read("src/app.py") == text and os.read(watch, 4096)
+""",
+    "an attribute added to the path class": """
+Path.ls = lambda _path: None
+assert sources._read("inside") == text and sources._read("away") == sources._read("fifo") == ""
+""",
+    "a thread with files of its own": """
+def read():
+    assert libc.unshare(0x400) == 0
+    for number in range(3, 40): libc.close(number)
+    apart.set(); opened.wait(10)
+    got.extend(map(sources._read, ["src/app.py", "away"]))
+got, apart, opened = [], threading.Event(), threading.Event()
+thread = threading.Thread(target=read); thread.start(); apart.wait(10)
+kept = [os.open(root.parent / "secret", os.O_RDONLY) for _ in range(40)]
+opened.set(); thread.join()
+assert got == [text, ""], got
+""",
+    "descriptors are closed on exec, and closed": """
+def check(event, given):
+    if event == "open":
+        kept = [name for name in descriptors() if int(name) > 2 and os.path.lexists(f"/proc/self/fd/{name}")]
+        assert all(fcntl.fcntl(int(name), fcntl.F_GETFD) & fcntl.FD_CLOEXEC for name in kept)
+        seen.append(kept)
+def poll():
+    while not done.is_set():
+        for name in descriptors():
+            fd, fdinfo = (Path("/proc/self", kind, name) for kind in ("fd", "fdinfo"))
+            try: file, info = os.readlink(fd), fdinfo.read_text()
+            except OSError: continue
+            if file == str(root / "big"): polled.append(int(info.split()[3], 8) & 0o2000000)
+with open(root / "big", "wb") as big: big.truncate(50_000_000)
+before, seen, polled, done = descriptors(), [], [], threading.Event()
+sys.addaudithook(check)
+for path in ("src/app.py", "inside", "away", "gone", "src", "fifo", "zero"): sources._read(path)
+assert len(seen) >= 2 and descriptors() == before
+thread = threading.Thread(target=poll); thread.start()
+while len(polled) < 5: sources._read("big")
+done.set(); thread.join()
+assert all(polled) and descriptors() == before
+""",
+    "no descriptor is left to be had": """
+for free in range(8):
+    for path in ("src/app.py", "inside", "nowhere/../src/app.py", "src", "away", "gone"):
+        expected = sources._read(path)
+        resource.setrlimit(resource.RLIMIT_NOFILE, (len(descriptors()) - 1 + free, LIMIT[1]))
+        got = sources._read(path)
+        resource.setrlimit(resource.RLIMIT_NOFILE, LIMIT)
+        assert got == expected if free > 3 else got in (expected, ""), (free, path, got)
+        assert free or not got
+""",
+    "a link into another mount namespace": """
+ready, done = os.pipe(), os.pipe()
+child = os.fork()
+if not child:
+    steps = [lambda: libc.unshare(0x20000), lambda: libc.mount(b"none", b"/", None, 1 << 18 | 1 << 14, None)]
+    steps.append(lambda: libc.mount(b"none", os.fsencode(root), b"tmpfs", 0, None))
+    alone = not any(step() for step in steps) and (root / "hidden").write_text("from outside")
+    os.write(ready[1], b"y" if alone else b"n"), alone and os.read(done[0], 1), os._exit(0)
+if os.read(ready[0], 1) == b"n": sys.exit()  # not allowed here
+(root / "across").symlink_to(f"/proc/{child}/root{root}/hidden")
+got = [sources._read("across"), sources._read(f"/proc/{child}/root{root}/hidden")]
+os.write(done[1], b"x"), os.waitpid(child, 0)
+assert got == ["", ""], got
+""",
+    "descriptor zero, and files that are longer than they say": """
+os.close(0)
+assert sources._read("inside") == text and os.open("/dev/null", os.O_RDONLY) == 0
+system, (readable, _writable) = module.CitedSources(Path("/proc")), os.pipe()
+assert system._read("self/smaps").splitlines()[-1].startswith("VmFlags:")
+assert system._read("self/mem") == system._read(f"self/fd/{readable}") == ""
+""",
 }
 
 
-@pytest.mark.parametrize("text, path", [(text, path) for text, paths in TEXTS.items() for path in paths])
-def test_reading(both, files, text, path):
-    read = agree(both, lambda one: one.CitedSources(files)._read(path))
-    if text is not None:
-        assert read == repr(text) == repr(both[0].CitedSources(files / "src/..")._read(files / path))
-
-
-def test_roots(module, files, monkeypatch):
-    monkeypatch.chdir(files.parent)
-    for root in (Path("repo"), Path("repo/folder/.."), Path("repo/up/repo"), files):
-        sources = module.CitedSources(root)
-        assert vars(sources) == {"root": files, "_texts": {}}
-        assert sources._read("inside") == NINE and sources._read("away") == ""
-    assert module.CitedSources(Path("nowhere"))._read("secret") == ""
-
-
-def test_each_file_is_read_once(module, files):
-    class Counted(module.CitedSources):
-        reads = ()
-
-        def _read(self, path):
-            self.reads += (path,)
-            return super()._read(path)
-
-    sources = Counted(files)
-    for path, start, text in ("src/app.py", 2, "line 2\nline 3"), ("gone", 1, ""), ("./src/app.py", 3, "3"):
-        assert sources.passage(module.CitedClaim("claim", path, start, 3)) == text
-        (files / "src/app.py").write_text("changed\n\n3")
-        assert sources.passage(SimpleNamespace(path=path, start=start, end=3)) == text
-    for path, error in (("loop", RuntimeError), ("src\x00", ValueError), ([], TypeError)):
-        with pytest.raises(error):
-            sources.passage(SimpleNamespace(path=path, start=1, end=1))
-    assert list(sources._texts) == ["src/app.py", "gone", "./src/app.py"]
-    assert sources.reads == (*sources._texts, "loop", "src\x00")
-
-
-def test_system_files(module):
-    sources, (readable, writable) = module.CitedSources(Path("/proc")), os.pipe()
-    # They say that they are empty; one is long, one cannot be read, and one is nowhere in the tree.
-    assert sources._read("self/smaps").splitlines()[-1].startswith("VmFlags:")
-    assert sources._read("self/mem") == sources._read(f"self/fd/{readable}") == ""
-    os.close(readable), os.close(writable)
-
-
-LIMIT = getrlimit(RLIMIT_NOFILE)
-
-
-@contextmanager
-def at_next_open(change):
-    def hook(event, _given):
-        if event == "open" and changes:
-            changes.pop()()
-
-    changes = [change]
-    sys.addaudithook(hook)
-    yield
-    assert not changes
-
-
-@pytest.mark.parametrize("change, text", [
-    (lambda file: file.write_text("longer\n" * 9), "longer\n" * 9), (lambda file: file.write_text("short"), "short"),
-    (lambda file: file.write_text(""), ""), (lambda _file: setrlimit(RLIMIT_NOFILE, (0, LIMIT[1])), ""),
-    (lambda _file: os.open("/nowhere", os.O_RDONLY), ""), (lambda _file: fail(), None),
-])
-def test_file_that_changes_as_it_is_opened(both, files, change, text):
-    def road(one):
-        sources, file = one.CitedSources(files), files / f"changing-{one.__name__}"
-        file.write_bytes(b"as it was\r\n")
-        with at_next_open(lambda: change(file)):
-            try:
-                return sources._read(file.name)
-            finally:
-                setrlimit(RLIMIT_NOFILE, LIMIT)
-
-    assert agree(both, road) == ("LookupError: failed" if text is None else repr(text))
-
-
-def test_files_that_are_opened(both, files):
-    opened, listening, (readable, writable) = [], True, os.pipe()
-    sys.addaudithook(lambda event, given: listening and event == "open" and opened.append(given))
-    places = [(files, path) for path in ("inside", "away", "../secret", "src", "gone")]
-    places += [(Path("/proc"), f"self/fd/{readable}")]
-
-    def road(one):
-        opened.clear()
-        return [one.CitedSources(root)._read(path) for root, path in places], opened
-
-    agree(both, road)
-    listening = False
-    os.close(readable), os.close(writable)
-
-
-def test_the_descriptor_zero_is_one_as_any(module, files):
-    kept = os.dup(0)
-    os.close(0)
-    try:
-        assert module.CitedSources(files)._read("inside") == NINE
-        assert os.dup(kept) == 0
-    finally:
-        os.dup2(kept, 0), os.close(kept)
-
-
-@pytest.mark.parametrize("root", [Path("a\0"), Path("\ud800"), Path("src"), Path(), "src", 7, None])
-def test_roots_of_any_kind(both, files, root):
-    root = files if root is None else root
-
-    class Own(type(root)):
-        """A root that is no plain path, though what it finds is one."""
-
-        def __truediv__(self, path):
-            return files / path
-
-    def read(one):
-        sources = one.CitedSources(files)
-        sources.root = given
-        return sources._read(path)
-
-    for given, path in product((root, Own(root), ), ("src/app.py", "loop")):
-        agree(both, read)
-
-
-@pytest.mark.parametrize("name", ["resolve", "__truediv__", "is_relative_to", "read_text", "open"])
-@pytest.mark.parametrize("value", [True, 0, "text", b"any", OSError("a"), BlockingIOError(), ValueError("b")])
-def test_path_operations(both, files, monkeypatch, name, value):
-    def result(*_given):
-        if isinstance(value, Exception):
-            raise value
-        return value
-
-    def road(one):
-        trace, names = [], ("resolve", "__truediv__", "is_relative_to", "read_text")
-        methods = {other: traced(trace, other, lambda *given: given[0]) for other in names}
-        methods[name] = traced(trace, name, result)
-        own, sources = one.CitedSources(SimpleNamespace(resolve=lambda: None)), one.CitedSources(files)
-        own.root = type("Own", (), methods)()
-        with monkeypatch.context() as patched:
-            patched.setattr(Path, name, traced(trace, name, result))
-            return outcome(own._read, "a/b"), outcome(sources._read, "src/app.py"), trace
-
-    agree(both, road)
+@pytest.mark.parametrize("name", SCRIPTS)
+def test_system(files, name):
+    assert ended(START + SCRIPTS[name], files) == (0, "", "")
