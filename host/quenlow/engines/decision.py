@@ -4,12 +4,14 @@ import hashlib
 import json
 import threading
 import time
-from collections.abc import Callable, Mapping
+from collections.abc import Callable, Mapping, MutableMapping
+from contextlib import suppress
 from dataclasses import dataclass
 
-from quenlow.engines.model import DecisionError, Model, Question, State
+from quenlow.engines.model import Answer, DecisionError, Model, Question, State
 
 _CHARS_PER_TOKEN = 4
+_IN_A_ROW = 20  # questions without an answer, then no other is asked
 
 CITATION_QUESTION_VERSION = 1
 _CITATION_QUESTION = Question(
@@ -37,6 +39,7 @@ class CitationAnswer:
     """How the cited lines relate to the sentence: "supports", "contradicts" or "says_nothing"."""
 
     verdict: str
+    reason: str = ""
 
 
 class RunBudget:
@@ -47,17 +50,14 @@ class RunBudget:
         self.should_stop = should_stop or (lambda: False)
         self.calls = 0
         self.input_tokens = 0
-        self.refused = False
         self._lock = threading.Lock()
 
     def charge(self, input_tokens: int) -> None:
         """Spend one call, or raise DecisionError and spend nothing."""
         with self._lock:
             if self.calls >= self._config.max_calls_per_batch:
-                self.refused = True
                 raise DecisionError("the run's calls are spent (max_calls_per_batch)")
             if self.input_tokens + input_tokens > self._config.max_input_tokens_per_batch:
-                self.refused = True
                 raise DecisionError("the run's input tokens are spent (max_input_tokens_per_batch)")
             self.calls += 1
             self.input_tokens += input_tokens
@@ -66,10 +66,15 @@ class RunBudget:
 class DecisionClient:
     """Asks one model under one configuration. An answer is kept, and given again at no cost."""
 
-    def __init__(self, config: DecisionConfig, model: Model, answers: dict[bytes, str] | None = None) -> None:
+    def __init__(
+        self, config: DecisionConfig, model: Model, answers: MutableMapping[bytes, str] | None = None
+    ) -> None:
         self.config = config
         self.model = model
         self.decisions = 0  # given so far, kept answers included
+        self.asked = 0  # questions put to the model
+        self.unanswered = 0  # those that it left so
+        self._unanswered_in_a_row = 0
         self._answers = {} if answers is None else answers
         self._lock = threading.Lock()
 
@@ -83,26 +88,35 @@ class DecisionClient:
     def decide(
         self, state: State, question: Question, *, question_version: object, budget: RunBudget | None = None
     ) -> Mapping[str, str]:
-        """The model's choice under the question's key. Without a budget the interactive deadline holds."""
+        """The model's choice and reason, empty without. Without a budget the interactive deadline holds."""
         deadline = time.monotonic() + self.config.interactive_seconds
         should_stop = budget.should_stop if budget else lambda: time.monotonic() >= deadline
         if should_stop():
             raise DecisionError("the run was asked to stop")
         asked = json.dumps([question_version, self.model.name, state, question], default=str)
         key = hashlib.sha256(asked.encode()).digest()
-        choice = self._answers.get(key)
-        if choice not in question.choices:
-            if budget:
+        answer = None
+        with suppress(TypeError, ValueError):  # what is damaged or of another form is no answer
+            answer = Answer(*map(str, json.loads(self._answers.get(key, "null"))))
+        if answer is None or answer.choice not in question.choices:
+            if self._unanswered_in_a_row >= _IN_A_ROW:
+                raise DecisionError(f"{_IN_A_ROW} questions in a row left unanswered: {self.model.trouble}")
+            if budget and self.model.costs:
                 texts = [*dict(state).values(), question.text]
                 budget.charge(sum(len(text) // _CHARS_PER_TOKEN + 1 for text in texts))
-            choice = self.model.answer(state, question, should_stop)
-            if choice in question.choices:
-                self._answers[key] = choice
-            elif choice is not None:
-                raise DecisionError(f"unusable answer to the question {question.key!r}: {choice!r:.80}")
+            with self._lock:
+                self.asked += 1
+            answer = self.model.answer(state, question, should_stop)
+            with self._lock:
+                if answer is None or answer.choice not in question.choices:
+                    self.unanswered += 1
+                    self._unanswered_in_a_row += 1
+                    return {}
+                self._unanswered_in_a_row = 0
+            self._answers[key] = json.dumps(answer)
         with self._lock:
             self.decisions += 1
-        return {} if choice is None else {question.key: choice}
+        return {question.key: answer.choice, "reason": answer.reason}
 
 
 def citation_request(claim_text: str, passage: str) -> tuple[State, Question]:
@@ -112,4 +126,4 @@ def citation_request(claim_text: str, passage: str) -> tuple[State, Question]:
 def citation_answer(result: Mapping[str, str]) -> CitationAnswer | None:
     """The answer to the citation question, None when the model gave none."""
     verdict = result.get(_CITATION_QUESTION.key)
-    return None if verdict is None else CitationAnswer(verdict)
+    return None if verdict is None else CitationAnswer(verdict, result.get("reason", ""))

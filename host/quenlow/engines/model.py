@@ -13,13 +13,20 @@ class Question(NamedTuple):
 
 
 class DecisionError(Exception):
-    """A decision could not be had: a refusal, a spent budget, an unusable answer, a stopped run."""
+    """A decision could not be had: a refusal, a spent budget, a model that cannot be asked, a stopped run."""
+
+
+class Answer(NamedTuple):
+    choice: str  # one of the question's
+    reason: str  # for whoever reads the answer; may be empty
 
 
 class Model(Protocol):
     """A decision model. It is asked from several threads at once, and its answers are kept under its name."""
 
     name: str
+    costs: bool  # whether its answers count against the user's limits
+    trouble: str  # why it last gave no answer
 
-    def answer(self, state: State, question: Question, should_stop: Callable[[], bool], /) -> str | None:
-        """Choose an answer, or none; a model that waits gives up once `should_stop` is true."""
+    def answer(self, state: State, question: Question, should_stop: Callable[[], bool], /) -> Answer | None:
+        """Choose an answer; None if it is unusable, DecisionError if there is none or the run should stop."""

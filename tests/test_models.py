@@ -1,0 +1,121 @@
+"""The decision models, one of them behind a real server on loopback, and the client that asks them."""
+
+import json
+import time
+from types import SimpleNamespace
+
+import pytest
+from httpx import AsyncClient, MockTransport, Response
+
+from quenlow.engines import chat_model
+from quenlow.engines.decision import DecisionClient, DecisionConfig, citation_answer, citation_request
+from quenlow.engines.model import Answer, DecisionError
+from quenlow.engines.word_model import WordModel
+from wiki_command import SUPPORTS, completion, model_server, says
+
+STATE, QUESTION = REQUEST = citation_request("A sentence \ud800 of words.", "the cited lines")
+
+
+def ask(url, should_stop=lambda: False, timeout=0.5):
+    model = chat_model.ChatModel(url, "small", "sesame", timeout)
+    model.first_pause = 0.01
+    return model.answer(*REQUEST, should_stop)
+
+
+@pytest.mark.parametrize("content, choice, reason", [
+    ("**Supports**. The lines  show it.", "supports", "The lines show it."),
+    ("<think>supports,\nor {not}</think>\n\ncontradicts", "contradicts", ""),
+    ('{"reason": "Says `</think>`\\ud800.", "verdict": "supports"}', "supports", "Says `</think>`?."),
+    ('Here it is:\n```json\n{"answer": "Says nothing.", "reason": ["x"]}\n```', "says_nothing", ""),
+    *((content, None, None) for content in (
+        "", None, ["supports"], "supports, or contradicts", "<think>supports", "{" * 9999,
+        '{"verdict": {}}')),
+])
+def test_content(content, choice, reason):
+    with model_server(says(completion(content))) as server:
+        assert ask(server.url) == (choice and Answer(choice, reason))
+    assert server.sentences == [STATE[0][1]] * (1 if choice else 3)
+
+
+@pytest.mark.parametrize("seconds, responses", [
+    (0, [says(b"", 204), says(b"x" * 2**21), says(b"", 429), lambda *_: None, says(b"", 500), says(b"{}")]),
+    (0.5, [lambda *call: [(says(b"")(*call), time.sleep(0.05)) for _ in range(16)], says(b"", 422),
+           says(b"", 400)]),
+    (1, [says(b"", 429, retry_after="1"), says(b"", 503, retry_after="soon")]),
+])
+def test_asked_again(seconds, responses):
+    turns = iter([*responses, SUPPORTS])
+    with model_server(lambda *call: next(turns)(*call)) as server:
+        began = time.monotonic()
+        assert ask(server.url).choice == "supports"
+        assert seconds <= time.monotonic() - began < seconds + 4
+    assert len(server.sentences) == len(responses) + 1 and server.keys == {"Bearer sesame"}
+
+
+@pytest.mark.parametrize("respond, attempts, message", [
+    (says(b"wrong key: sesame", 401), 1, r"another key in WIKI_MODEL_KEY .401.: 'wrong key: \*\*\*'"),
+    (says(b"<html>", 403, content_type="text/html"), 1, "WIKI_MODEL_KEY .403."),
+    (says(b"<html>", 502, content_type="Text/HTML; charset=utf-8"), 1, "web page .502.: '<html>'"),
+    (says(b"broken", 500), 6, "busy or fails .500.: 'broken'"),
+    (says(b"sesame", 503, retry_after="301"), 1, "busy.*Retry-After: 301"),
+])
+def test_no_server_to_ask(respond, attempts, message):
+    with model_server(respond) as server, pytest.raises(DecisionError, match=message) as failure:
+        ask(server.url)
+    assert len(server.sentences) == attempts and "sesame" not in str(failure.value)
+    with pytest.raises(DecisionError, match="ConnectError"):
+        ask(server.url)
+
+
+@pytest.mark.parametrize("respond", [says(b"", 503, retry_after="60"), lambda *_: time.sleep(1)])
+def test_a_stopped_run_waits_no_more(respond):
+    stop = time.monotonic() + 0.2
+    with model_server(respond) as server, pytest.raises(DecisionError, match="asked to stop"):
+        ask(server.url, lambda: time.monotonic() > stop, timeout=60)
+    assert time.monotonic() < stop + 1.5 and len(server.sentences) == 1
+
+
+def test_what_a_server_refuses_is_asked_for_no_more():
+    model, sent = chat_model.ChatModel("http://models.test", "small"), []
+
+    def respond(request):
+        sent.append(json.loads(request.content))
+        return Response(400 if "response_format" in sent[-1] else 200, content=completion("supports"))
+
+    model._http = AsyncClient(transport=MockTransport(respond))
+    assert [model.answer(*REQUEST, lambda: False).choice for _ in range(2)] == ["supports"] * 2
+    strings = sent[0].pop("response_format")["json_schema"]["schema"]["properties"]
+    assert strings["verdict"]["enum"] == list(QUESTION.choices) and strings["reason"]["type"] == "string"
+    assert sent[0]["max_tokens"] > 0 and sent == sent[:1] * 3
+
+
+def test_unanswered_and_kept_questions():
+    answers, kept = [], {}
+    odd = SimpleNamespace(name="", costs=True, trouble="it hums", answer=lambda *_: (answers or [None]).pop())
+    client = DecisionClient(DecisionConfig(), odd, kept)
+    budget = client.new_budget()
+
+    def decided(number):
+        return citation_answer(client.decide(*REQUEST, question_version=number, budget=budget))
+
+    assert [decided(0) for _ in range(19)] == [None] * 19 and not kept
+    answers += [Answer("maybe", ""), Answer("supports", "so")]
+    assert decided(1).reason == decided(1).reason == "so" and len(kept) == 1
+    for [question], damaged in zip([kept] * 5, ["supports", "5", '["no", ""]', '["supports"]', "null"]):
+        answers, kept[question] = [Answer("contradicts", "")], damaged
+        assert decided(1).verdict == "contradicts"
+    assert [decided(2) for _ in range(20)] == [None] * 20 and decided(1).verdict == "contradicts"
+    with pytest.raises(DecisionError, match="20 questions in a row left unanswered: it hums"):
+        decided(2)
+    assert (client.decisions, client.unanswered, client.asked, budget.calls) == (8, 39, 45, 45)
+
+
+@pytest.mark.parametrize("answer, sentence, lines", [
+    (("supports", ""), "`read` takes 1 MiB within two minutes.", "read(1024 * 1024, timeout=120)"),
+    (("supports", ""), "Seconds: `1xDays` stops three hooks.", "// stop\nhooks = ['a', 'b, c', second]"),
+    (("contradicts", "the sentence says 2 MiB, the lines 1048576"), "It reads 2 MiB.", "read(1 << 20)"),
+    (("contradicts", "the sentence says Four, the lines 3 items"), "Four hooks run.", "hooks = [a, b, c]"),
+    (("says_nothing", "not in the lines: 7, drop"), "`drop` keeps 7 of the lines.", "keep(lines)"),
+])
+def test_words(answer, sentence, lines):
+    assert WordModel().answer(*citation_request(sentence, lines), lambda: False) == answer
