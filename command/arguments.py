@@ -1,94 +1,124 @@
-"""The arguments of the `wiki` command."""
+"""The options of the `wiki` command, on its command line and in a file of the repository."""
 
 import re
 import sys
-from argparse import ArgumentParser, ArgumentTypeError, RawDescriptionHelpFormatter
+import tomllib
+from argparse import ArgumentParser, ArgumentTypeError, Namespace, RawDescriptionHelpFormatter
+from collections.abc import Iterator, Sequence
 from pathlib import Path
-from typing import Any, NoReturn
+from typing import NoReturn
 
-from command.client import KEY_VARIABLE, LIMITS
-from command.pages import page_files
+from command.answers import KEY_VARIABLE
+from command.formats import FORMATS
+from command.report import FAILING
 from command.terminal import complain
 from quenlow.engines.decision import DecisionConfig
 
+# Where source lines and the key go, and which files are written, the user says and not the repository.
+_OF_THE_USER = "command targets repo consent model-url scheduler output write-baseline dry-run".split()
 _ABOUT = """\
 Check the sentences of a wiki against the source lines that they cite, as in
 [src/app.py:L10-L12]. The embedded model compares words and numbers, not meaning;
 with --model-url a language model is asked.
 """
-_END = f"""\
-examples:
-  wiki lint docs/wiki --repo . --consent --show-lines
-  wiki lint docs/wiki --repo . --consent --format json --output report.json
-  {KEY_VARIABLE}=... wiki lint docs/wiki --repo . --consent --cache ~/.cache/wiki \\
-      --model-url https://models.example/v1 --model small
-  wiki check docs/wiki/overview.md --repo . --consent
-
+_END = """\
+Options may also stand in the repository's wiki.toml, or under [tool.wiki] in its
+pyproject.toml, as in: fail-on = "medium". The command line goes before them.
 The workers of a --scheduler need the same files and, in their PYTHONPATH, this
-command's folder and its `host`. A cluster is given up after 30 s without workers.
-
-The exit status is 0 when every cited sentence was checked and nothing was found,
-1 when something was found or skipped, 2 when the check did not run to its end.
+command's folder and its `host`.
+The exit status is 0 when nothing was found, 1 when something was found that
+--fail-on names, 2 when the check did not run to its end.
 """
 
 
 class _Parser(ArgumentParser):
-    def __init__(self, **texts: Any) -> None:
-        super().__init__(epilog=_END, formatter_class=RawDescriptionHelpFormatter, **texts)
-
     def error(self, message: str) -> NoReturn:
         complain(f"{message} (see {self.prog} --help)")
         sys.exit(2)
 
 
-def parser() -> ArgumentParser:
+def parsed(arguments: Sequence[str]) -> Namespace:
+    """The options of the command line, and those of the repository's file that it does not override."""
+    wiki = _Parser("wiki", None, _ABOUT, _END, allow_abbrev=False)
+    wiki.formatter_class = RawDescriptionHelpFormatter
+    _add_arguments(wiki)
+    options = wiki.parse_args(arguments)
+    options = wiki.parse_args([*_settings(wiki, options), *arguments])
+    if not options.repo.is_dir():
+        wiki.error(f"no such folder: {options.repo}")
+    if options.command == "check" and (len(options.targets) > 1 or options.targets[0].is_dir()):
+        wiki.error("check takes one page, and not a folder")
+    if options.write_baseline and not options.baseline:
+        wiki.error("--write-baseline needs --baseline FILE")
+    options.show_lines |= options.format == "html"
+    return options
+
+
+def _add_arguments(wiki: ArgumentParser) -> None:
     project = (Path(__file__).resolve().parent.parent / "CMakeLists.txt").read_text(encoding="utf-8")
     version = "".join(re.findall(r"project\(\S+ VERSION (\S+)", project))
-    wiki = _Parser(prog="wiki", description=_ABOUT)
-    wiki.add_argument("--version", action="version", version=f"wiki {version}")
-    commands = wiki.add_subparsers(title="commands", required=True, metavar="COMMAND")
-
-    lint = commands.add_parser("lint", help="check every *.md page below a folder")
-    lint.set_defaults(pages=page_files)
-    lint.add_argument("target", metavar="WIKI_DIR", type=_folder)
-    _add_common_options(lint)
-    add = lint.add_argument
-    add("--dry-run", action="store_true", help="say how many questions each page would ask, and ask none")
-    add("--show-lines", action="store_true", help="quote the cited lines below each finding")
-    add("--format", choices=("text", "json", "github"), default="text", help="github: annotations of pages")
-    add("--output", metavar="FILE", type=_path, help="write the report to FILE")
-    add = lint.add_mutually_exclusive_group().add_argument
-    add("--workers", metavar="N", type=_count, help="spread the pages over N processes")
-    add("--scheduler", metavar="ADDRESS", help="spread the pages over a Dask cluster")
-
-    check = commands.add_parser("check", help="check one page: what saving it would warn of, and its score")
-    check.set_defaults(pages=lambda file: {file.stem: file}, format="warnings", output=None)
-    check.set_defaults(dry_run=False, show_lines=False, workers=None, scheduler=None)
-    check.add_argument("target", metavar="PAGE.md", type=_path)
-    _add_common_options(check)
-    return wiki
-
-
-def _add_common_options(command: ArgumentParser) -> None:
-    add = command.add_argument
-    add("--repo", metavar="ROOT", type=_folder, required=True, help="the repository that the pages cite")
+    add = wiki.add_argument
+    add("command", choices=("lint", "check"), help="lint any pages, or check one page and tell its score")
+    add("targets", metavar="WIKI", nargs="+", type=_existing, help="a page, or a folder of *.md pages")
+    add("--version", action="version", version=f"wiki {version}")
+    add("--repo", metavar="ROOT", type=_existing, required=True, help="the repository that the pages cite")
     add("--consent", action="store_true", help="let the decision model have the cited source lines")
+    add("--exclude", metavar="GLOB", action="append", default=[], help="leave such pages and folders out")
+
+    add("--format", choices=FORMATS, default="text", help=f"of the report: {', '.join(FORMATS)}")
+    add("--output", metavar="FILE", type=_path, help="write the report to FILE")
+    add("--show-lines", action="store_true", help="quote the cited lines below each finding")
+    add("--fail-on", choices=FAILING, default="low", help=f"what makes the status 1: {', '.join(FAILING)}")
+    add("--baseline", metavar="FILE", type=_path, help="do not tell of the findings that FILE has")
+    add("--write-baseline", action="store_true", help="write what is found now to the baseline's FILE")
+    add("--dry-run", action="store_true", help="say how many questions each page would ask, and ask none")
+
     add("--cache", metavar="DIR", type=_path, help="keep the answers in DIR, and ask only what is new")
     add("--model-url", metavar="URL", help="a chat-completions server, as in http://localhost:8080/v1")
     add("--model", metavar="NAME", help=f"the model of that server; {KEY_VARIABLE} may hold the key to it")
-    for name, about in LIMITS.items():
-        default = getattr(DecisionConfig, name)
-        about = f"limit: {about} ({default})"
-        add(f"--{name.replace('_', '-')}", metavar="N", type=_count, default=default, help=about)
+    add("--timeout", metavar="SECONDS", type=_count, default=60, help="for one attempt to ask it (60)")
+    for name, about in (
+        ("wiki-check-citations-per-page", "questions for each page"),
+        ("max-parallel-calls", "questions under way at the same time"),
+        ("max-calls-per-batch", "questions of the whole run to a model that costs something"),
+        ("max-input-tokens-per-batch", "input tokens of these questions"),
+    ):
+        default = getattr(DecisionConfig, name.replace("-", "_"))
+        add(f"--{name}", metavar="N", type=_count, default=default, help=f"limit: {about} ({default})")
+    add = wiki.add_mutually_exclusive_group().add_argument
+    add("--workers", metavar="N", type=_count, help="spread the pages over N processes")
+    add("--scheduler", metavar="ADDRESS", help="spread the pages over a Dask cluster")
+
+
+def _settings(wiki: ArgumentParser, options: Namespace) -> Iterator[str]:
+    """The arguments that `wiki.toml` stands for, or `[tool.wiki]` in `pyproject.toml`."""
+    file, table = options.repo / "wiki.toml", {}
+    try:
+        if file.exists():
+            table = tomllib.loads(file.read_text("utf-8"))
+        elif (file := options.repo / "pyproject.toml").exists():
+            table = dict(tomllib.loads(file.read_text("utf-8")).get("tool", {}).get("wiki", {}))
+    except (OSError, TypeError, ValueError) as error:
+        wiki.error(f"cannot read {file}: {error}")
+    for key, value in table.items():
+        option = key.replace("_", "-")
+        if option in _OF_THE_USER:
+            wiki.error(f"{file}: {key} is for the command line alone")
+        if option.replace("-", "_") not in options:
+            wiki.error(f"{file}: unknown key: {key}")
+        for one in value if isinstance(value, list) else [value]:
+            path = options.repo / one if option in ("baseline", "cache") else one
+            if one is not False:
+                yield f"--{option}" if one is True else f"--{option}={path}"
 
 
 def _path(path: str) -> Path:
     return Path(path).absolute()  # so that it means the same to workers in other folders
 
 
-def _folder(path: str) -> Path:
-    if not _path(path).is_dir():
-        raise ArgumentTypeError(f"no such folder: {path}")
+def _existing(path: str) -> Path:
+    if not _path(path).exists():
+        raise ArgumentTypeError(f"no such folder or page: {path}")
     return _path(path)
 
 

@@ -3,65 +3,64 @@
 import os
 import sys
 from argparse import Namespace
-from collections import Counter
-from collections.abc import Callable, Iterator
-from contextlib import ExitStack
+from collections.abc import Iterator, Sequence
+from contextlib import nullcontext
 
 from tqdm import tqdm
 
-from command.arguments import parser
-from command.formats import FORMATS, report
-from command.run import Files, PageCheck, check_pages
-from command.terminal import CommandError, complain, stop_on_interrupt
+from command.arguments import parsed
+from command.baseline import Baseline
+from command.formats import FORMATS
+from command.pages import Page, find_pages
+from command.report import FAILING, Finding, PageCheck, Report
+from command.run import check_pages, first_looks
+from command.terminal import CommandError, complain, replacing, stop_on_signals
 
 CLEAN, FOUND, INCOMPLETE = 0, 1, 2
 
 
 def main() -> int:
     try:
-        status = _run(parser().parse_args())
+        status = _run(parsed(sys.argv[1:]))
         sys.stdout.flush()
         return status
-    except BrokenPipeError:  # the reader of the report has seen enough
-        os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
     except ImportError as error:
         complain(f"a library is missing, which scripts/setup --all installs: {error}")
     except (CommandError, OSError) as error:
-        complain(error)
+        if not isinstance(error, BrokenPipeError):  # the reader of the report has seen enough
+            complain(error)
+    # What could not be written must not be tried again at the end.
+    os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
     return INCOMPLETE
 
 
 def _run(options: Namespace) -> int:
-    files = options.pages(options.target)
-    options.consent |= options.dry_run  # which gives nobody anything
-    with ExitStack() as closing:
-        out = sys.stdout
-        if options.output:
-            # Opened first: a report that cannot be written must not cost a question.
-            out = closing.enter_context(open(options.output, "w", errors="backslashreplace"))
-        told = report(_checks(files, options), files, options.dry_run)
-        FORMATS[options.format](told, out)
-    if not options.consent:
+    pages, unreadable = find_pages(options)
+    report = Report(pages=len(pages), findings=[*unreadable], dry_run=options.dry_run)
+    baseline = Baseline(options.baseline, options.write_baseline) if options.baseline else None
+    # Opened first: a report that cannot be written must not cost a question.
+    with replacing(options.output) if options.output else nullcontext(sys.stdout) as out:
+        for check in _checks(pages, options):
+            report.add(check, baseline.knows if baseline else lambda _finding: False)
+        report.add_notes(options.repo)
+        if baseline and not options.dry_run:
+            report.notes += baseline.settle(check.file for check in report.checks)
+        FORMATS[options.format](report, out)
+    if not options.consent and not options.dry_run:
         complain("nothing was checked: --consent lets the decision model have the cited source lines")
-    if told["summary"]["checked"] < len(files):
+    if len(report.checks) < len(pages) or unreadable:
         return INCOMPLETE
-    return FOUND if told["messages"] and not options.dry_run else CLEAN
+    failing = FAILING[options.fail_on].split()
+    return FOUND if any(finding.severity in failing for finding in report.findings) else CLEAN
 
 
-def _checks(files: Files, options: Namespace) -> list[PageCheck]:
-    checks: list[PageCheck] = []
-    total = Counter[str]()
-    with ExitStack() as closing:
-        check: Callable[..., Iterator[PageCheck]] = check_pages
-        # Without consent there is nothing to check, and no need of others to say so.
-        if options.consent and (options.scheduler or options.workers):
-            from command.cluster import cluster
-
-            check = closing.enter_context(cluster(options.scheduler, options.workers))
-        bar = closing.enter_context(tqdm(total=len(files), unit=" pages", leave=False, disable=None))
-        for done in check(files, options, stop_on_interrupt()):
-            checks.append(done)
-            total.update(done.counts)
-            bar.set_postfix(questions=total["questions"], findings=total["findings"], refresh=False)
-            bar.update()
-    return checks
+def _checks(pages: list[Page], options: Namespace) -> Iterator[PageCheck]:
+    if not options.consent and not options.dry_run:  # which gives nobody anything
+        detail = "without --consent the decision model gets no source lines"
+        yield PageCheck(findings=[Finding("low", "citation-check-skipped", detail)])
+        return
+    should_stop, looks = stop_on_signals(), first_looks
+    if options.scheduler or options.workers:
+        from command.cluster import looks
+    checks = check_pages(pages, options, should_stop, looks)
+    yield from tqdm(checks, total=len(pages), unit=" pages", leave=False, disable=None)

@@ -1,100 +1,83 @@
-"""The report of a run, as text, as JSON and as GitHub's annotations."""
+"""The report of a run, in the formats that there are."""
 
 import json
 import os
-from collections.abc import Iterator
-from pathlib import Path
-from typing import Any, TextIO
+from dataclasses import asdict
+from importlib import import_module
+from typing import TextIO
 
-from command.run import COUNTS, Files, Message, PageCheck, skipped_in_words
+from command import sarif
+from command.report import COUNTS, Finding, Report
 from command.terminal import counted, printable
 
-_JSON_VERSION = 1
-_COLOURS = {"medium": "31", "low": "33"}
+_COLOURS = {"medium": "\033[31mmedium\033[0m", "low": "\033[33mlow\033[0m"}
 _LEVELS = {"medium": "warning", "low": "notice"}
 
 
-def report(checks: list[PageCheck], files: Files, dry_run: bool) -> dict[str, Any]:
-    """All that any format tells."""
-    here = Path.cwd()
-    shown = {"": ""}
-    for page, file in files.items():
-        shown[page] = str(file.relative_to(here) if file.is_relative_to(here) else file)
-    whole = [check for check in checks if check.to_its_end]
-    stopped_at = next((shown[check.page] for check in checks if check.ended_the_run), None)
-    total = {count: sum(check.counts[count] for check in checks) for count in COUNTS}
-    return {
-        "version": _JSON_VERSION,
-        "dry_run": dry_run,
-        "messages": [{"file": shown[check.page]} | message for check in checks for message in check.messages],
-        "pages": [{"file": shown[check.page], "pages": [check.page], **check.counts} for check in whole],
-        "summary": {"pages": len(files), "checked": len(whole), **total, "stopped_at": stopped_at},
-    }
+def _text(report: Report, out: TextIO) -> None:
+    colours = _COLOURS if out.isatty() and not os.environ.get("NO_COLOR") else {}
+    for check in report.checks if report.dry_run else ():
+        print(f"{printable(check.file)}: {counted(check.questions, 'question')}", file=out)
+    for finding in report.findings:
+        place = ":".join(str(part) for part in (finding.file, finding.line, finding.column) if part)
+        severity = colours.get(finding.severity, finding.severity)
+        print(f"{printable(place) or '-'}: {severity}: {_said(finding)}", file=out)
+    _conclude(report, out)
 
 
-def _text(report: dict[str, Any], out: TextIO) -> None:
-    for page in report["pages"] if report["dry_run"] else ():
-        print(printable(f"{page['file']}: {counted(page['questions'], 'question')}"), file=out)
-    for message in report["messages"]:
-        place = ":".join(str(message[part]) for part in ("file", "line", "column") if message.get(part))
-        severity = message["severity"]
-        if out.isatty() and not os.environ.get("NO_COLOR"):
-            severity = f"\033[{_COLOURS[severity]}m{severity}\033[0m"
-        print(f"{printable(place) or '-'}: {severity}: {_said(message)}", file=out)
-        for line in _quoted(message):
-            print(line, file=out)
-    print(_in_words(report), file=out)
-
-
-def _json(report: dict[str, Any], out: TextIO) -> None:
-    print(json.dumps(report, indent=2), file=out)
-
-
-def _github(report: dict[str, Any], out: TextIO) -> None:
-    for message in report["messages"]:
-        place = {"file": message["file"], "line": message.get("line"), "col": message.get("column")}
+def _github(report: Report, out: TextIO) -> None:
+    for finding in report.findings:
+        place = {"file": finding.file, "line": finding.line, "col": finding.column}
         given = [f"{name}={_escaped(printable(str(value)), ':,')}" for name, value in place.items() if value]
-        text = _escaped("\n".join([_said(message), *_quoted(message)]))
-        print(f"::{_LEVELS[message['severity']]} {','.join(given)}::{text}", file=out)
-    print(_in_words(report), file=out)
+        print(f"::{_LEVELS[finding.severity]} {','.join(given)}::{_escaped(_said(finding))}", file=out)
+    _conclude(report, out)
 
 
-def _warnings(report: dict[str, Any], out: TextIO) -> None:
-    for message in report["messages"]:
-        print(_said(message), file=out)
-    for page in report["pages"]:
-        sentences, skipped = page["sentences"], page["over_cap"] + page["unreadable"]
-        score = f"{1 - report['summary']['findings'] / sentences:.2f}" if sentences else "none"
-        print(f"score {score}, {counted(sentences, 'sentence')} checked, {skipped} skipped", file=out)
+def _json(report: Report, out: TextIO) -> None:
+    pages = [{name: getattr(check, name) for name in ("file", *COUNTS, "score")} for check in report.checks]
+    summary = {name: getattr(report, name) for name in (*COUNTS, "pages", "known", "stopped_at", "notes")}
+    summary |= {"checked": len(report.checks), "findings": len(report.findings)}
+    parts = {"findings": report.findings, "pages": pages, "summary": summary}
+    # One finding after the other: a long report need not be in memory once more.
+    json.dump({"version": 2, "dry_run": report.dry_run, **parts}, out, indent=1, default=asdict)
+    out.write("\n")
 
 
-FORMATS = {"text": _text, "json": _json, "github": _github, "warnings": _warnings}
+def _html(report: Report, out: TextIO) -> None:
+    import_module("command.html_report").write(report, out)  # whose libraries need not be installed
 
 
-def _said(message: Message) -> str:
-    return printable(f"{message['kind']}: {message['detail']}")
+FORMATS = {"text": _text, "json": _json, "github": _github, "sarif": sarif.write, "html": _html}
 
 
-def _quoted(message: Message) -> Iterator[str]:
-    if message.get("cited_lines"):
-        for number, line in enumerate(message["cited_lines"].split("\n"), message["start"]):
-            yield f"{number:>8} | {printable(line.expandtabs())}".rstrip()
+def _said(finding: Finding) -> str:
+    """What the finding says and why; below it the cited lines, if they are to be shown."""
+    reason = f" ({finding.reason})" if finding.reason else ""
+    said = [printable(f"{finding.kind}: {finding.detail}{reason}")]
+    for number, line in enumerate(finding.lines.split("\n") if finding.lines else (), finding.start):
+        said.append(f"{number:>8} | {printable(line.expandtabs())}".rstrip())
+    return "\n".join(said)
 
 
 def _escaped(text: str, more: str = "") -> str:
     return "".join(f"%{ord(char):02X}" if char in f"%\r\n{more}" else char for char in text)
 
 
-def _in_words(report: dict[str, Any]) -> str:
-    total = report["summary"]
-    questions = counted(total["questions"], "question")
-    if report["dry_run"]:
-        parts = [f"at most {questions} to ask, of about {counted(total['input_tokens'], 'input token')}"]
-    else:
-        checked = f"{total['checked']} of {counted(total['pages'], 'page')} checked"
-        parts = [checked, f"{questions} asked", counted(total["findings"], "finding")]
-    if total["over_cap"] or total["unreadable"]:
-        parts.append(skipped_in_words(total))
-    if total["stopped_at"]:
-        parts.append(f"stopped at {total['stopped_at']}")
-    return printable(", ".join(parts))
+def _conclude(report: Report, out: TextIO) -> None:
+    for note in report.notes:
+        print(printable(f"note: {note}"), file=out)
+    questions, skipped = counted(report.questions, "question"), report.over_cap + report.unreadable
+    why = f"({report.over_cap} over the cap, {report.unreadable} unreadable)"
+    score = report.checks[0].score if len(report.checks) == 1 else None
+    parts = [
+        f"{len(report.checks)} of {counted(report.pages, 'page')} checked",
+        f"{questions} asked",
+        counted(len(report.findings), "finding"),
+        skipped and f"{counted(skipped, 'claim')} skipped {why}",
+        report.known and f"{report.known} known",
+        report.unanswered and f"{report.unanswered} unanswered",
+        f"score {score:.2f}" if score is not None else "",
+        report.stopped_at and f"stopped at {report.stopped_at}"]
+    if report.dry_run:
+        parts[:3] = [f"at most {questions} to ask, of about {counted(report.input_tokens, 'input token')}"]
+    print(printable(", ".join(str(part) for part in parts if part)), file=out)

@@ -1,100 +1,167 @@
-"""One run of the check over pages, in this process."""
+"""One run of the check over pages.
 
+A first look at a page asks only what is kept or costs nothing. Pages with other questions are then checked
+side by side, each with its share of the limits set aside in the order of the pages: speed changes no report.
+"""
+
+import sys
+import threading
 from argparse import Namespace
-from collections import Counter
-from collections.abc import Callable, Iterator, Mapping
-from dataclasses import dataclass, field
-from pathlib import Path
+from collections import deque
+from collections.abc import Callable, Generator, Iterable, Iterator, Sequence
+from concurrent.futures import Future, ThreadPoolExecutor
+from contextlib import closing, nullcontext, suppress
 from typing import Any, TypeAlias
 
-from command.client import RunClient
-from command.locate import places
-from command.pages import read_page
-from command.terminal import CommandError, counted
+from command.answers import decision_client
+from command.page_check import judged
+from command.pages import Page, read_page
+from command.report import Finding, PageCheck
+from command.terminal import CommandError
+from quenlow.engines.decision import DecisionClient, DecisionConfig, RunBudget
+from quenlow.engines.model import DecisionError
 from quenlow.workers.wiki import citation_check
-from quenlow.workers.wiki.citation_check import CitedClaim, CitedSources
+from quenlow.workers.wiki.citation_check import check_citations
 
-Files: TypeAlias = Mapping[str, Path]
 ShouldStop: TypeAlias = Callable[[], bool]
-# A finding, or in its form what else there is to say of a page; with the place in the page, if it has one.
-Message: TypeAlias = dict[str, Any]
-
-COUNTS = ("sentences", "questions", "input_tokens", "findings", "over_cap", "unreadable")
-
-
-@dataclass
-class PageCheck:
-    """What the check of one page came to."""
-
-    page: str
-    messages: list[Message] = field(default_factory=list)
-    counts: Counter[str] = field(default_factory=Counter)
-    to_its_end: bool = False
-    ended_the_run: bool = False
-    out_of_budget: bool = False
+Checks: TypeAlias = Generator[PageCheck, None, None]
+Looks: TypeAlias = Callable[..., Checks]  # as first_looks
+_Ask: TypeAlias = Callable[[Any], Any]
+_AskAll: TypeAlias = Callable[[_Ask, Sequence[Any]], Iterable[Any]]
 
 
-def check_pages(files: Files, options: Namespace, should_stop: ShouldStop) -> Iterator[PageCheck]:
-    """Checks the pages in their order, up to the one that ends the run."""
-    client = RunClient(options, should_stop)
-    if not options.consent:
-        findings = citation_check.citation_lint_findings(client, {}, options.repo)
-        yield PageCheck("", findings, Counter(findings=1))
-        return
-    for page, file in files.items():
-        check = PageCheck(page)
+class _Questions(threading.local):
+    """Asks the questions of the page that a thread checks, in the place of the pool that it would have."""
+
+    ask_all: _AskAll
+    asked: Sequence[Any]
+
+    def map(self, ask: _Ask, asked: Sequence[Any]) -> Iterable[Any]:
+        self.asked = asked
+        return self.ask_all(ask, asked)
+
+
+_questions = _Questions()
+setattr(citation_check, "ThreadPoolExecutor", lambda **_limits: nullcontext(_questions))
+
+
+def check_pages(pages: list[Page], options: Namespace, should_stop: ShouldStop, looks: Looks) -> Checks:
+    """The checks in the order of the pages, up to one that ended the run; of later pages their cost."""
+    run = _Run(options, should_stop)
+    taken = looks(pages, options, should_stop, run.client)
+    with closing(taken), run.question_threads, run.page_threads:
         try:
-            _check_page(check, read_page(file), client, options)
-        except CommandError as error:
-            check.messages.append(_note(page, "page-unreadable", str(error)))
+            for check in run.in_order(pages, taken):
+                yield check
+                if check.ended_the_run:
+                    break
+        finally:
+            run.ended_at = -1
+        for check in run.settled(wait=True):
+            yield PageCheck(questions=check.questions, input_tokens=check.input_tokens)
+
+
+class _Costs(BaseException):
+    """No kept answer spares this question. It is no Exception: one would fail the page."""
+
+
+class _FirstLook(RunBudget):
+    """Spends nothing, and counts what there is to spend."""
+
+    def charge(self, input_tokens: int) -> None:
+        self.calls += 1
+        self.input_tokens += input_tokens
+        raise _Costs
+
+    def ask_all(self, ask: _Ask, asked: Sequence[Any]) -> list[Any]:
+        answers = []
+        for question in asked:
+            with suppress(_Costs):
+                answers.append(ask(question))
+        if self.calls:
+            raise _Costs
+        return answers
+
+
+def first_looks(pages: list[Page], options: Namespace, is_over: ShouldStop, client: DecisionClient) -> Checks:
+    """The checks of pages without questions that cost, and of the other pages what these would cost."""
+    for page in pages:
+        dry, look, asked_before = options.dry_run, _FirstLook(client.config, is_over), client.asked
+        try:
+            check = _check(page, client, options, look, look.ask_all)
+            if dry and check.whole:
+                raise _Costs
+            if not client.model.costs:  # and is asked by this thread alone
+                check.questions = client.asked - asked_before
+        except _Costs:
+            check = PageCheck(0, look.calls, look.input_tokens, file=page.shown, whole=dry, unasked=not dry)
         yield check
-        if check.ended_the_run:
-            return
 
 
-def _check_page(check: PageCheck, markdown: str, client: RunClient, options: Namespace) -> None:
-    before = client.counts()
-    check.messages = citation_check.citation_lint_findings(client, {check.page: markdown}, options.repo)
-    check.counts = client.counts()
-    check.counts.subtract(before)
-    check.counts.update(findings=len(check.messages), over_cap=0, unreadable=0)
-    check.ended_the_run = any(finding["kind"] == "citation-check-failed" for finding in check.messages)
-    check.out_of_budget = client.budget.refused
-    check.to_its_end = not check.ended_the_run
-    skipped = len(citation_check.cited_claims(markdown)) - check.counts["sentences"]
-    if check.to_its_end and (check.messages or skipped):
-        _look_over(check, markdown, skipped, options)
+def _check(
+    page: Page, client: DecisionClient, options: Namespace, budget: RunBudget, ask_all: _AskAll
+) -> PageCheck:
+    _questions.ask_all = ask_all
+    cap = options.wiki_check_citations_per_page
+    try:
+        if budget.should_stop():
+            raise DecisionError("the run was asked to stop")
+        markdown = read_page(page.file)
+        result = check_citations(client, markdown, options.repo, max_questions=cap, budget=budget)
+        return judged(page, markdown, result, dict(_questions.asked), options)
+    except CommandError as error:
+        kind, detail = "page-unreadable", str(error)
+    except Exception as error:
+        why = str(error) if isinstance(error, DecisionError) else f"{type(error).__name__}: {error}"
+        kind, detail = "citation-check-failed", f"the check ended here: {why}"
+    finding = Finding("medium", kind, detail, page.id, page.shown)
+    return PageCheck(file=page.shown, findings=[finding], ended_the_run=kind != "page-unreadable")
 
 
-def _look_over(check: PageCheck, markdown: str, skipped: int, options: Namespace) -> None:
-    """Find the places of the page's findings, and tell of the claims that were skipped."""
-    sources, found = CitedSources(options.repo), places(markdown)
+class _Run:
+    def __init__(self, options: Namespace, should_stop: ShouldStop) -> None:
+        self.client = decision_client(options)
+        self.options = options
+        self.should_stop = should_stop
+        at_once = max(1, options.max_parallel_calls)
+        self.page_threads, self.question_threads = ThreadPoolExecutor(at_once), ThreadPoolExecutor(at_once)
+        self.under_way = deque[tuple[PageCheck, Future[PageCheck] | None]]()  # the looks, and what follows
+        self.ended_at = sys.maxsize  # the number of a page that failed
+        self.calls_left = options.max_calls_per_batch  # neither spent nor set aside
+        self.input_tokens_left = options.max_input_tokens_per_batch
 
-    def place(claim: CitedClaim) -> Message:
-        quoted = {"cited_lines": sources.passage(claim)} if options.show_lines else {}
-        return {**found[claim], "path": claim.path, "start": claim.start, "end": claim.end, **quoted}
+    def in_order(self, pages: list[Page], looks: Iterable[PageCheck]) -> Iterator[PageCheck]:
+        for number, (page, look) in enumerate(zip(pages, looks)):
+            is_within = look.questions <= self.calls_left and look.input_tokens <= self.input_tokens_left
+            if look.unasked and not is_within:
+                # The pages under way may leave something: two may have asked the same.
+                yield from self.settled(wait=True)
+            self.under_way.append((look, self._start(number, page, look) if look.unasked else None))
+            yield from self.settled(wait=look.ended_the_run)
+        yield from self.settled(wait=True)
 
-    claims = iter(found)  # in the order of their findings
-    for finding in check.messages:
-        finding |= place(next(claim for claim in claims if _tells_of(finding["detail"], claim)))
-    if skipped:
-        unreadable = [claim for claim in found if not sources.passage(claim).strip()]
-        for claim in unreadable:
-            note = _note(check.page, "citation-unreadable", f"{claim.ref} has no lines to read")
-            check.messages.append(note | place(claim))
-        check.counts.update(over_cap=max(0, skipped - len(unreadable)), unreadable=len(unreadable))
-        check.messages.append(_note(check.page, "citations-skipped", skipped_in_words(check.counts)))
-    check.messages.sort(key=lambda message: message.get("line", float("inf")))
+    def settled(self, wait: bool) -> Iterator[PageCheck]:
+        """The checks that are done, in their order; or all that are under way."""
+        while self.under_way and (wait or (future := self.under_way[0][1]) is None or future.done()):
+            look, follows = self.under_way.popleft()
+            check = follows.result() if follows else look
+            self.calls_left += look.questions - check.questions
+            self.input_tokens_left += look.input_tokens - check.input_tokens
+            yield check
 
+    def _start(self, number: int, page: Page, look: PageCheck) -> Future[PageCheck]:
+        limits = DecisionConfig(
+            max_calls_per_batch=min(look.questions, self.calls_left),
+            max_input_tokens_per_batch=min(look.input_tokens, self.input_tokens_left))
+        self.calls_left -= look.questions
+        self.input_tokens_left -= look.input_tokens
+        budget = RunBudget(limits, lambda: self.ended_at < number or self.should_stop())
 
-def _tells_of(detail: str, claim: CitedClaim) -> bool:
-    return detail.startswith(f"{claim.ref} ") and claim.claim[: citation_check._DETAIL_CLAIM_CHARS] in detail
+        def check() -> PageCheck:
+            check = _check(page, self.client, self.options, budget, self.question_threads.map)
+            check.questions, check.input_tokens = budget.calls, budget.input_tokens
+            if check.ended_the_run:
+                self.ended_at = min(self.ended_at, number)
+            return check
 
-
-def _note(page: str, kind: str, detail: str) -> Message:
-    return {"severity": "low", "kind": kind, "pages": [page], "detail": detail}
-
-
-def skipped_in_words(counts: Counter[str]) -> str:
-    claims = counted(counts["over_cap"] + counts["unreadable"], "claim")
-    return f"{claims} skipped ({counts['over_cap']} over the cap, {counts['unreadable']} unreadable)"
+        return self.page_threads.submit(check)

@@ -2,6 +2,7 @@
 
 import json
 import os
+import signal
 import subprocess
 import sys
 import threading
@@ -14,16 +15,23 @@ ROOT = Path(__file__).resolve().parent.parent
 ENVIRONMENT = os.environ | {"PYTHONPATH": f"{ROOT / 'host'}:{ROOT}", "WIKI_MODEL_KEY": "sesame"}
 
 
-def start(arguments, **keywords):
+@contextmanager
+def started(arguments, **keywords):
+    """A call, with its processes; none of them outlives the block."""
     call = [sys.executable, "-P", "-m", "command", *map(str, arguments)]
     keywords = {"stdout": subprocess.PIPE, "stderr": subprocess.PIPE, "env": ENVIRONMENT} | keywords
-    return subprocess.Popen(call, text=True, **keywords)
+    with subprocess.Popen(call, text=True, start_new_session=True, **keywords) as running:
+        try:
+            yield running
+        finally:
+            with suppress(ProcessLookupError):
+                os.killpg(running.pid, signal.SIGKILL)
 
 
 def wiki(*arguments, **keywords):
     """Exit status, output and errors of a call."""
-    running = start(arguments, **keywords)
-    output, errors = running.communicate(timeout=60)
+    with started(arguments, **keywords) as running:
+        output, errors = running.communicate(timeout=60)
     return running.returncode, output, errors
 
 
@@ -41,14 +49,9 @@ def completion(content):
     return json.dumps({"choices": [{"message": {"content": content}}]}).encode()
 
 
-def says(body, status=200):
-    def respond(handler, _sentence):
-        handler.send_response(status)
-        handler.send_header("Content-Length", str(len(body)))
-        handler.end_headers()
-        handler.wfile.write(body)
-
-    return respond
+def says(body, status=200, **headers):
+    head = "".join(f"\r\n{name.replace('_', '-')}: {value}" for name, value in headers.items())
+    return lambda handler, _: handler.wfile.write(f"HTTP/1.0 {status} -{head}\r\n\r\n".encode() + body)
 
 
 SUPPORTS = says(completion("supports"))

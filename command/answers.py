@@ -1,14 +1,46 @@
-"""Answers kept between runs, in a folder that several processes may share."""
+"""Who answers the questions of a run: a decision model, and what it answered in earlier runs."""
 
+import os
 import sqlite3
 import threading
+from argparse import Namespace
+from functools import lru_cache
 from pathlib import Path
+from types import SimpleNamespace
+from typing import Any
 
 from command.terminal import CommandError, complain
+from quenlow.engines.decision import DecisionClient, DecisionConfig
+from quenlow.engines.word_model import WordModel
+
+KEY_VARIABLE = "WIKI_MODEL_KEY"
+
+
+def decision_client(options: Namespace) -> DecisionClient:
+    """The client of one run; what the run may spend, its budgets say."""
+    model = _model(options.model_url, options.model, options.timeout)
+    if options.dry_run:
+        # Answers kept for the model count, and every other question is charged for and not asked.
+        model = SimpleNamespace(name=model.name, costs=True)
+    return DecisionClient(DecisionConfig(), model, AnswerCache(options.cache) if options.cache else None)
+
+
+@lru_cache(maxsize=1)  # with its connections to the server
+def _model(url: str | None, name: str | None, timeout: int) -> Any:
+    if not url and not name:
+        return WordModel()
+    if not url or not name:
+        raise CommandError("--model-url and --model go together: which server, and which of its models")
+    from quenlow.engines.chat_model import ChatModel
+
+    try:
+        return ChatModel(url, name, os.environ.get(KEY_VARIABLE, "").strip(), timeout)
+    except ValueError as error:
+        raise CommandError(error) from error
 
 
 class AnswerCache(dict[bytes, str]):
-    """Answers by question, in an SQLite file of the folder. After a damaged file comes the next."""
+    """Answers by question, in a file that processes may share. After a damaged file comes the next."""
 
     def __init__(self, folder: Path) -> None:
         self._lock = threading.Lock()
@@ -27,8 +59,8 @@ class AnswerCache(dict[bytes, str]):
         try:
             # What a power failure takes from a cache can be asked again.
             self._database.execute("PRAGMA synchronous = OFF")
-            table = "answers (question PRIMARY KEY, answer) WITHOUT ROWID"
-            self._database.execute(f"CREATE TABLE IF NOT EXISTS {table}")
+            self._database.execute(
+                "CREATE TABLE IF NOT EXISTS answers (question PRIMARY KEY, answer) WITHOUT ROWID")
             [[sound]] = self._database.execute("PRAGMA quick_check(1)")
             if sound != "ok":
                 raise sqlite3.DatabaseError(sound)
