@@ -183,7 +183,7 @@ def test_other_threads_run_during_a_long_page(imported):
     while not ticks:
         time.sleep(0.001)
     before = len(ticks)
-    imported.cited_claims("x\n" * 4_000_000)
+    imported.cited_claims("x\n" * 8_000_000)
     after = len(ticks)
     done.set()
     thread.join()

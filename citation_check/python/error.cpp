@@ -75,7 +75,8 @@ void PeriodicYield::yield_now() {
     check_signals();
     const Clock::time_point now = Clock::now();
     if (last_switch_ == Clock::time_point()) last_switch_ = now;
-    if (now - last_switch_ < std::chrono::milliseconds(5)) return;
+    // Longer than a thread waits before it asks for the lock, 5 ms: only one that has asked is sure to get it.
+    if (now - last_switch_ < std::chrono::milliseconds(10)) return;
     { const WithoutLock other_threads_run; }
     last_switch_ = Clock::now();
 }

@@ -81,7 +81,7 @@ template <class... Arguments>
 inline void check_signals() { check(api(PyErr_CheckSignals)); }
 
 // Called at each step of a loop that goes over a text without running Python code: now and then it checks for signals,
-// and it lets other threads run as often as the interpreter does by default.
+// and it lets other threads run.
 class PeriodicYield {
   public:
     void step() {
