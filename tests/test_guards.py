@@ -91,7 +91,7 @@ ANSWERS = [SimpleNamespace(verdict=verdict) for verdict in ([], None, Text("cont
 VALUES = {
     **dict.fromkeys(["_PASSAGE_CHARS", "_CLAIM_MIN_CHARS", "_DETAIL_CLAIM_CHARS", "_FAILURE_CHARS"], LIMITS),
     **dict.fromkeys(["_FENCE_RE", "_LIST_MARK_RE", "_CITATION_RE", "_SENTENCE_END_RE"], PATTERNS),
-    "_LIST_MARK_RE": [*PATTERNS, pattern(lambda *_given: sys._getframe(1).f_code.co_name)],
+    "_LIST_MARK_RE": [*PATTERNS, pattern(lambda *_given: f"By {sys._getframe(1).f_code.co_name} [a:L1].")],
     "_VERDICT_FINDINGS": [None, {}, *({"contradicts": made} for made in ("abc", [1, 2], (1, [], {}), 5))],
     "_prose_blocks": always(None, ["Reads files [a:L1].", 7]), "citation_key": always(*KEYS), "logger": [len],
     "_norm": [lambda path: [path], Text, fail, Path, *always("/etc/passwd", "a\0")], "threading": [len],

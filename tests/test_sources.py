@@ -58,7 +58,7 @@ def test_root_that_changes(both, repo):
     """The root is read once to join a path, and once to test it."""
 
     def read(one):
-        roots = [repo / "src", repo]
+        roots = [repo / "none", repo]
         sources = type("Sources", (one.CitedSources,), {"root": property(lambda _self: roots.pop())})
         return sources.__new__(sources)._read("src/app.py")
 
