@@ -18,16 +18,15 @@ VALGRIND = """valgrind -q --error-exitcode=9 --leak-check=full --show-leak-kinds
 def growth(way: Callable[[], object], rounds: int) -> list[int]:
     """How many references each round leaves behind, after three to warm up."""
     total = getattr(sys, "gettotalrefcount", lambda: 0)
-    deltas = [0] * rounds
-    for number in range(-3, rounds):
+    deltas = []
+    for _ in range(3 + rounds):
         gc.collect()
         before = total()
         outcome(way)
         gc.collect()
-        after = total()
-        if number >= 0:
-            deltas[number] = after - before
-    return deltas
+        after = total()  # a statement of its own: what is looked up for the next one counts
+        deltas.append(after - before)
+    return deltas[3:]
 
 
 def references(short: bool) -> str:
@@ -37,9 +36,8 @@ def references(short: bool) -> str:
 
 
 def valgrind(short: bool) -> str:
-    gone = builds.python(builds.RELEASE, "-m", "harden.memory", "1", runner=VALGRIND)
-    gone = gone.splitlines()[-1]  # valgrind tells of system calls that it does not know
-    return f"{gone}: no definite leak, no uninitialised read"
+    told = builds.python(builds.RELEASE, "-m", "harden.memory", "1", runner=VALGRIND)
+    return f"{told.splitlines()[-1]}: no definite leak, no uninitialised read"  # after what valgrind remarks
 
 
 if __name__ == "__main__":

@@ -7,7 +7,7 @@ from harden import builds
 
 REPORT = re.compile(r"ERROR: \w+Sanitizer|WARNING: ThreadSanitizer|runtime error:")
 TESTS = """-m pytest -q -x -p no:cacheprovider --timeout 600 tests --ignore-glob=tests/test_command*
-    --ignore=tests/test_types.py --deselect tests/test_page.py::test_ctrl_c_ends_a_long_page""".split()
+    --deselect tests/test_page.py::test_ctrl_c_ends_a_long_page""".split()
 # The interpreter itself leaks what threads that outlive it hold.
 LEAKING = "test_life or test_system"
 

@@ -8,10 +8,10 @@ import sys
 import threading
 from contextlib import contextmanager, suppress
 from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
-from pathlib import Path
 from types import SimpleNamespace
 
-ROOT = Path(__file__).resolve().parent.parent
+from support import ROOT
+
 ENVIRONMENT = os.environ | {"PYTHONPATH": f"{ROOT / 'host'}:{ROOT}", "WIKI_MODEL_KEY": "sesame"}
 
 
