@@ -3,7 +3,7 @@
 import re
 import sys
 import tomllib
-from argparse import ArgumentParser, ArgumentTypeError, Namespace, RawDescriptionHelpFormatter
+from argparse import ArgumentParser, ArgumentTypeError, Namespace
 from collections.abc import Iterator, Sequence
 from pathlib import Path
 from typing import NoReturn
@@ -16,19 +16,11 @@ from quenlow.engines.decision import DecisionConfig
 
 # Where source lines and the key go, and which files are written, the user says and not the repository.
 _OF_THE_USER = "command targets repo consent model-url scheduler output write-baseline dry-run".split()
-_ABOUT = """\
-Check the sentences of a wiki against the source lines that they cite, as in
-[src/app.py:L10-L12]. The embedded model compares words and numbers, not meaning;
-with --model-url a language model is asked.
-"""
-_END = """\
-Options may also stand in the repository's wiki.toml, or under [tool.wiki] in its
-pyproject.toml, as in: fail-on = "medium". The command line goes before them.
-The workers of a --scheduler need the same files and, in their PYTHONPATH, this
-command's folder and its `host`.
-The exit status is 0 when nothing was found, 1 when something was found that
---fail-on names, 2 when the check did not run to its end.
-"""
+_ABOUT = """Check the sentences of a wiki against the source lines that they cite, as in [src/app.py:L10-L12].
+The embedded model compares words and numbers, not meaning; with --model-url a language model is asked."""
+_END = """Options may also stand in the repository's wiki.toml, or under [tool.wiki] in its pyproject.toml,
+as in: fail-on = "medium". The command line goes before them. The exit status is 0 when nothing was found,
+1 when something was found that --fail-on names, 2 when the check did not run to its end."""
 
 
 class _Parser(ArgumentParser):
@@ -40,7 +32,6 @@ class _Parser(ArgumentParser):
 def parsed(arguments: Sequence[str]) -> Namespace:
     """The options of the command line, and those of the repository's file that it does not override."""
     wiki = _Parser("wiki", None, _ABOUT, _END, allow_abbrev=False)
-    wiki.formatter_class = RawDescriptionHelpFormatter
     _add_arguments(wiki)
     options = wiki.parse_args(arguments)
     options = wiki.parse_args([*_settings(wiki, options), *arguments])
@@ -48,6 +39,8 @@ def parsed(arguments: Sequence[str]) -> Namespace:
         wiki.error(f"no such folder: {options.repo}")
     if options.command == "check" and (len(options.targets) > 1 or options.targets[0].is_dir()):
         wiki.error("check takes one page, and not a folder")
+    if not options.consent and not options.dry_run:  # which gives nobody anything
+        wiki.error("nothing is checked without --consent, which lets the decision model have the cited lines")
     if options.write_baseline and not options.baseline:
         wiki.error("--write-baseline needs --baseline FILE")
     options.show_lines |= options.format == "html"
@@ -55,20 +48,17 @@ def parsed(arguments: Sequence[str]) -> Namespace:
 
 
 def _add_arguments(wiki: ArgumentParser) -> None:
-    project = (Path(__file__).resolve().parent.parent / "CMakeLists.txt").read_text(encoding="utf-8")
-    version = "".join(re.findall(r"project\(\S+ VERSION (\S+)", project))
     add = wiki.add_argument
     add("command", choices=("lint", "check"), help="lint any pages, or check one page and tell its score")
     add("targets", metavar="WIKI", nargs="+", type=_existing, help="a page, or a folder of *.md pages")
-    add("--version", action="version", version=f"wiki {version}")
     add("--repo", metavar="ROOT", type=_existing, required=True, help="the repository that the pages cite")
     add("--consent", action="store_true", help="let the decision model have the cited source lines")
     add("--exclude", metavar="GLOB", action="append", default=[], help="leave such pages and folders out")
 
-    add("--format", choices=FORMATS, default="text", help=f"of the report: {', '.join(FORMATS)}")
+    add("--format", choices=FORMATS, default="text", help="of the report")
     add("--output", metavar="FILE", type=_path, help="write the report to FILE")
     add("--show-lines", action="store_true", help="quote the cited lines below each finding")
-    add("--fail-on", choices=FAILING, default="low", help=f"what makes the status 1: {', '.join(FAILING)}")
+    add("--fail-on", choices=FAILING, default="low", help="what makes the status 1")
     add("--baseline", metavar="FILE", type=_path, help="do not tell of the findings that FILE has")
     add("--write-baseline", action="store_true", help="write what is found now to the baseline's FILE")
     add("--dry-run", action="store_true", help="say how many questions each page would ask, and ask none")
@@ -87,7 +77,7 @@ def _add_arguments(wiki: ArgumentParser) -> None:
         add(f"--{name}", metavar="N", type=_count, default=default, help=f"limit: {about} ({default})")
     add = wiki.add_mutually_exclusive_group().add_argument
     add("--workers", metavar="N", type=_count, help="spread the pages over N processes")
-    add("--scheduler", metavar="ADDRESS", help="spread the pages over a Dask cluster")
+    add("--scheduler", metavar="ADDRESS", help="the same over a Dask cluster with these files and PYTHONPATH")
 
 
 def _settings(wiki: ArgumentParser, options: Namespace) -> Iterator[str]:

@@ -3,7 +3,6 @@
 import os
 import sys
 from argparse import Namespace
-from collections.abc import Iterator, Sequence
 from contextlib import nullcontext
 
 from tqdm import tqdm
@@ -11,8 +10,8 @@ from tqdm import tqdm
 from command.arguments import parsed
 from command.baseline import Baseline
 from command.formats import FORMATS
-from command.pages import Page, find_pages
-from command.report import FAILING, Finding, PageCheck, Report
+from command.pages import find_pages
+from command.report import FAILING, Report
 from command.run import check_pages, first_looks
 from command.terminal import CommandError, complain, replacing, stop_on_signals
 
@@ -38,29 +37,21 @@ def _run(options: Namespace) -> int:
     pages, unreadable = find_pages(options)
     report = Report(pages=len(pages), findings=[*unreadable], dry_run=options.dry_run)
     baseline = Baseline(options.baseline, options.write_baseline) if options.baseline else None
+    looks = first_looks
+    if options.scheduler or options.workers:
+        from command.cluster import looks
     # Opened first: a report that cannot be written must not cost a question.
     with replacing(options.output) if options.output else nullcontext(sys.stdout) as out:
-        for check in _checks(pages, options):
+        checks = check_pages(pages, options, stop_on_signals(), looks)
+        for check in tqdm(checks, total=len(pages), unit=" pages", leave=False, disable=None):
             report.add(check, baseline.knows if baseline else lambda _finding: False)
         report.add_notes(options.repo)
         if baseline and not options.dry_run:
             report.notes += baseline.settle(check.file for check in report.checks)
         FORMATS[options.format](report, out)
-    if not options.consent and not options.dry_run:
-        complain("nothing was checked: --consent lets the decision model have the cited source lines")
     if len(report.checks) < len(pages) or unreadable:
         return INCOMPLETE
     failing = FAILING[options.fail_on].split()
     return FOUND if any(finding.severity in failing for finding in report.findings) else CLEAN
 
 
-def _checks(pages: list[Page], options: Namespace) -> Iterator[PageCheck]:
-    if not options.consent and not options.dry_run:  # which gives nobody anything
-        detail = "without --consent the decision model gets no source lines"
-        yield PageCheck(findings=[Finding("low", "citation-check-skipped", detail)])
-        return
-    should_stop, looks = stop_on_signals(), first_looks
-    if options.scheduler or options.workers:
-        from command.cluster import looks
-    checks = check_pages(pages, options, should_stop, looks)
-    yield from tqdm(checks, total=len(pages), unit=" pages", leave=False, disable=None)

@@ -29,8 +29,7 @@ _WORKERLESS_SECONDS = 30
 def looks(pages: list[Page], options: Namespace, is_over: ShouldStop, client: DecisionClient) -> Checks:
     """Takes the first looks on the scheduler's cluster, or on a local one of so many workers."""
     logging.disable(logging.CRITICAL)  # what the library logs of a lost scheduler, in anybody's name
-    folder = TemporaryDirectory(prefix="wiki-", ignore_cleanup_errors=True)
-    with folder, _connected(options, folder.name) as dask:
+    with TemporaryDirectory(ignore_cleanup_errors=True) as folder, _connected(options, folder) as dask:
         try:
             size = math.ceil(len(pages) / (_SHARDS_A_THREAD * max(1, sum(dask.ncores().values()))))
             shards = [pages[start : start + size] for start in range(0, len(pages), size)]

@@ -47,19 +47,15 @@ def highlighted(lines: str, path: str) -> list[Markup]:
     tokens = [(Text, code)]
     if (lexer := _lexer_for(path)) and lexer not in _unfit:
         # Some text, such as a string that does not end, keeps some lexers busy for ever.
-        signal.signal(signal.SIGALRM, _give_up)
+        signal.signal(signal.SIGALRM, signal.default_int_handler)
         try:
             signal.alarm(_LEXER_SECONDS)
             try:
                 tokens = [*lexer(stripnl=False).get_tokens(code)]
             finally:
                 signal.alarm(0)
-        except Exception:  # no flaw of a lexer shall cost the report
+        except (Exception, KeyboardInterrupt):  # no flaw of a lexer shall cost the report
             _unfit.add(lexer)
     kinds = ((next((kind for kind in _COLOURED if token in kind), Text), text) for token, text in tokens)
     html = formatted(kinds, HtmlFormatter(nowrap=True))
     return [*map(Markup, html.removesuffix("\n").split("\n"))]
-
-
-def _give_up(*_signal: object) -> None:
-    raise TimeoutError

@@ -27,13 +27,12 @@ ShouldStop: TypeAlias = Callable[[], bool]
 Checks: TypeAlias = Generator[PageCheck, None, None]
 Looks: TypeAlias = Callable[..., Checks]  # as first_looks
 _Ask: TypeAlias = Callable[[Any], Any]
-_AskAll: TypeAlias = Callable[[_Ask, Sequence[Any]], Iterable[Any]]
 
 
 class _Questions(threading.local):
     """Asks the questions of the page that a thread checks, in the place of the pool that it would have."""
 
-    ask_all: _AskAll
+    ask_all: Callable[[_Ask, Sequence[Any]], Iterable[Any]]
     asked: Sequence[Any]
 
     def map(self, ask: _Ask, asked: Sequence[Any]) -> Iterable[Any]:
@@ -98,10 +97,8 @@ def first_looks(pages: list[Page], options: Namespace, is_over: ShouldStop, clie
         yield check
 
 
-def _check(
-    page: Page, client: DecisionClient, options: Namespace, budget: RunBudget, ask_all: _AskAll
-) -> PageCheck:
-    _questions.ask_all = ask_all
+def _check(page: Page, client: DecisionClient, options: Namespace, budget: RunBudget, ask: Any) -> PageCheck:
+    _questions.ask_all = ask
     cap = options.wiki_check_citations_per_page
     try:
         if budget.should_stop():

@@ -20,8 +20,7 @@ def write(report: Report, out: TextIO) -> None:
     notices = [_said(note) | {"level": "note"} for note in report.notes]
     notices += [_said(f.detail) | {"level": _LEVELS[f.severity]} for f in report.findings if not f.file]
     invocation = {"executionSuccessful": not report.stopped_at, "toolExecutionNotifications": notices}
-    texts = ("shortDescription", "fullDescription", "help")
-    rules = [{"id": kind} | dict.fromkeys(texts, {"text": kind.replace("-", " ").capitalize()})
+    rules = [{"id": kind, "shortDescription": {"text": kind.replace("-", " ").capitalize()}}
              for kind in sorted({finding.kind for finding in located})]
     run = {"tool": {"driver": {"name": "wiki", "rules": rules}}, "columnKind": "unicodeCodePoints",
            "invocations": [invocation], "results": [_result(finding) for finding in located]}

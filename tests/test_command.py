@@ -48,7 +48,7 @@ def files(repo, monkeypatch):
         'a.md:1:1: low: citation-unsupported: [src/app.py:L1] the cited lines say nothing about: "Penguins',
         'b.md:1:1: medium: citation-contradicted: [src/app.py:L1] the cited lines contradict: "The download',
         '" (the sentence says 5', "3 of 3 pages checked"]),
-    (LINT[:-1], {}, 2, ["--consent", "citation-check-skipped: without --consent", "0 of 1 page"]),
+    (LINT[:-1], {}, 2, ["nothing is checked without --consent"]),
     (LINT, {"wiki/bad.md": "\xff"}, 2, ["wiki/bad.md is not UTF-8", "1 of 2 pages checked"]),
     (["lint", "nowhere", *LINT[2:]], {}, 2, ["no such folder or page: nowhere"]),
     (["lint", "wiki", "b.md", "wiki/good.md", *LINT[2:]], {"b.md": OTHER}, 1, ["b.md:1:1: low", "2 of 2"]),
