@@ -11,7 +11,7 @@ from harden.builds import Failed
 ROWS = {
     "confinement": "confinement.run", "allocations": "allocations.run", "references": "memory.references",
     "valgrind": "memory.valgrind", "asan": "sanitizers.asan", "tsan": "sanitizers.tsan",
-    "random": "sanitizers.random_input", "static": "static.run",
+    "random": "random_input.run", "static": "static.run",
 }  # fmt: skip
 
 parser = argparse.ArgumentParser(prog="scripts/harden", description=__doc__.splitlines()[0])

@@ -1,6 +1,5 @@
-"""The tests, and random input, under the sanitizers."""
+"""The tests under the sanitizers."""
 
-import random
 import re
 
 from harden import builds
@@ -21,12 +20,6 @@ def asan(short: bool) -> str:
 
 def tsan(short: bool) -> str:
     return tests(builds.TSAN, "-k", "threads or system or daemon or surface")
-
-
-def random_input(short: bool) -> str:
-    seed, cases = random.randrange(10_000), "20000" if short else "1000000"
-    output = builds.python(builds.ASAN, "-m", "bench.compare", "--cases", cases, "--seed", str(seed))
-    return f"seed {seed}: {without_report(output)}"
 
 
 def tests(build: builds.Build, *options: str) -> str:

@@ -23,6 +23,8 @@ _norm source_consented _CITATION_RE citation_key _FENCE_RE _PASSAGE_CHARS _CLAIM
 _LIST_MARK_RE CitedClaim CheckedClaim _VERDICT_FINDINGS _DETAIL_CLAIM_CHARS _FAILURE_CHARS CitationCheck
 _prose_blocks _claim_text cited_claims cited_lines CitedSources check_citations CitationChecker""".split()
 Modules = tuple[ModuleType, ModuleType]
+SPACES = [chr(code) for code in range(sys.maxunicode + 1) if chr(code).isspace()]
+LINE_ENDS = ["\r\n", "\n\r", "\r", *(space for space in SPACES if len(f"a{space}b".splitlines()) == 2)]
 
 
 class Text(str):

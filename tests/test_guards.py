@@ -205,6 +205,7 @@ def test_paths_with_methods_of_their_own(both, root):
         agree(both, lambda one: [outcome(one.CitedSources(Resolved(root))._read, path) for path in PATHS])
 
 
+@pytest.mark.filterwarnings("ignore::DeprecationWarning")
 def test_texts_of_an_old_kind(both):
     """A text that is not ready yet, as the old interface to texts makes it."""
     for text in ("# Heads\n- Reads files [a:L1].", "```\nx", "a\rb\nc", "  Reads files [a:L2] , "):

@@ -5,28 +5,21 @@ from itertools import product
 from pathlib import Path
 
 import pytest
+from harden.hostile import BEHIND_LOOPS, HARMLESS, HOSTILE, OUTSIDE, UNREADABLE, lay_out
 from support import Text, agree, ended, outcome
 
-LINKS = {"inside": "src/app.py", "folder": "src", "up": "..", "dangling": "nowhere", "chain": "away",
-         "self": ".", "evil": "../repo-evil", "zero": "/dev/zero", "absolute": "@/src/app.py"}  # fmt: skip
-PATHS = """src/app.py /src/app.py ./src//app.py src/../src/app.py nowhere/../src/app.py inside absolute folder/app.py bom
-folder/../src/app.py self/self/inside @/src/app.py src . missing src/app.py/more dangling ../secret away chain
-evil/secret ../repo-evil/secret /etc/passwd //etc/passwd /proc/self/environ loop loop/x loop/../src/app.py
-up/repo/src/app.py up/secret inside/ bad crs""".split()
-PATHS += ["", "src\0/app.py", "\ud800", "x" * 5000, "\udcff", Text("inside"), Path("inside"), 7, None, b"src"]
+NEAR = [*map(Path, "repo link-to-repo link-to-link repo/. repo/src/.. repo/up/repo repo/here".split())]
+FAR = [*map(Path, "repo/src link-to-src repo/f repo/a/b repo/loop nowhere a\0 \ud800".split(" "))]
+PATHS = """src . missing f/more dangling /etc/passwd //etc/passwd /proc/self/environ loop loop/x loop/../f to-f/
+here/ bom bad crs""".split() + ["", "src\0/f", "\ud800", Text("to-f"), Path("to-f"), 7, None, b"src"]
 
 
 @pytest.fixture
-def files(repo):
-    (repo.parent / "repo-evil").mkdir()
-    (repo.parent / "repo-evil/secret").write_text("secret\n")
+def files(tmp_path):
+    repo = lay_out(tmp_path)
     (repo / "bom").write_bytes(b"\xef\xbb\xbffirst\r\nsecond\rthird")
     (repo / "crs").write_bytes(b"a\r\r\nb\r")
     (repo / "bad").write_bytes(b"a\xffb\xed\xa0\x80\xf0\x9f\x98c\x00")
-    (repo / os.fsdecode(b"\xff")).write_text("odd")
-    os.mkfifo(repo / "fifo")
-    for link, target in LINKS.items():
-        (repo / link).symlink_to(target.replace("@", str(repo)))
     return repo
 
 
@@ -40,18 +33,21 @@ class Own(type(Path())):
 def test_reading(both, files, monkeypatch):
     """Each path below each root, as a text and as the root's own kind of path."""
     monkeypatch.chdir(files.parent)
-    roots = [*map(Path, "repo repo/up/repo repo/self repo/src repo/bom repo/loop no / . a\0 \ud800".split())]
-    roots += [files, Own(files), str(files), 7, None]
-    paths = [path.replace("@", str(files)) if type(path) is str else path for path in PATHS]
+    named = [path.replace("@", str(files.parent)) for path in HOSTILE + HARMLESS]
 
     def read(one, root):
         sources = one.CitedSources(files)
-        sources.root = root
-        return outcome(one.CitedSources, root)[:12], [outcome(sources._read, path) for path in paths]
+        sources.root = root() if callable(root) else one.CitedSources(root).root
+        return [outcome(sources._read, path) for path in named + PATHS]
 
-    for root in roots:
-        agree(both, lambda one: read(one, root))
-    assert both[0].CitedSources(files)._read("fifo") == both[0].CitedSources(files)._read("zero") == ""
+    for root in [*NEAR, *FAR, *map(Path, "/."), files, Own(files), str(files), 7, None]:
+        texts = agree(both, lambda one: outcome(read, one, root))
+        assert "outside" not in texts or root in map(Path, "/.")
+        assert texts.count("inside") > len(HARMLESS) or root not in NEAR
+        agree(both, lambda one: read(one, lambda: root))
+    read, trusting = (one.CitedSources(files)._read for one in both)
+    assert {outcome(read, path)[:12] for path in UNREADABLE} == {"''", "RuntimeError"}
+    assert [(read(path), trusting(path)) for path in BEHIND_LOOPS] == [("", OUTSIDE)] * len(BEHIND_LOOPS)
 
 
 def test_root_that_changes(both, repo):
@@ -80,29 +76,29 @@ import ctypes, fcntl, os, resource, sys, threading
 from pathlib import Path
 from bench.load import load_module
 module, root, libc = load_module(), Path(sys.argv[1]), ctypes.CDLL(None)
-sources, text = module.CitedSources(root), (root / "src/app.py").read_text()
+sources, text = module.CitedSources(root), (root / "src/f").read_text()
 def descriptors(): return sorted(os.listdir("/proc/self/fd"))
 LIMIT = resource.getrlimit(resource.RLIMIT_NOFILE)
 """
 SCRIPTS = {
     "no FIFO or device is opened": """
 watch = libc.inotify_init1(os.O_NONBLOCK)
-for name in ("fifo", "zero", "src/app.py"):
+for name in ("fifo", "zero", "src/f"):
     assert libc.inotify_add_watch(watch, os.fsencode(root / name), 0x20) > 0
 assert sources._read("fifo") == sources._read("zero") == module.CitedSources(Path("/dev"))._read("zero") == ""
 try: raise SystemExit(os.read(watch, 4096))
-except BlockingIOError: assert sources._read("src/app.py") == text and os.read(watch, 4096)
+except BlockingIOError: assert sources._read("src/f") == text and os.read(watch, 4096)
 """,
     "an attribute added to the path class": """
 Path.ls = lambda _path: None
-assert sources._read("inside") == text and sources._read("away") == sources._read("fifo") == ""
+assert sources._read("to-f") == text and sources._read("away") == sources._read("fifo") == ""
 """,
     "a thread with files of its own": """
 def read():
     assert libc.unshare(0x400) == 0
     for number in range(3, 40): libc.close(number)
     apart.set(); opened.wait(10)
-    got.extend(map(sources._read, ["src/app.py", "away"]))
+    got.extend(map(sources._read, ["src/f", "away"]))
 got, apart, opened = [], threading.Event(), threading.Event()
 thread = threading.Thread(target=read); thread.start(); apart.wait(10)
 kept = [os.open(root.parent / "secret", os.O_RDONLY) for _ in range(40)]
@@ -125,7 +121,7 @@ def poll():
 with open(root / "big", "wb") as big: big.truncate(50_000_000)
 before, seen, polled, done = descriptors(), [], [], threading.Event()
 sys.addaudithook(check)
-for path in ("src/app.py", "inside", "away", "gone", "src", "fifo", "zero"): sources._read(path)
+for path in ("src/f", "to-f", "away", "gone", "src", "fifo", "zero"): sources._read(path)
 assert len(seen) >= 2 and descriptors() == before
 thread = threading.Thread(target=poll); thread.start()
 while len(polled) < 5: sources._read("big")
@@ -134,7 +130,7 @@ assert all(polled) and descriptors() == before
 """,
     "no descriptor is left to be had": """
 for free in range(8):
-    for path in ("src/app.py", "inside", "nowhere/../src/app.py", "src", "away", "gone"):
+    for path in ("src/f", "to-f", "nowhere/../src/f", "src", "away", "gone"):
         expected = sources._read(path)
         resource.setrlimit(resource.RLIMIT_NOFILE, (len(descriptors()) - 1 + free, LIMIT[1]))
         got = sources._read(path)
@@ -158,7 +154,7 @@ assert got == ["", ""], got
 """,
     "descriptor zero, and files that are longer than they say": """
 os.close(0)
-assert sources._read("inside") == text and os.open("/dev/null", os.O_RDONLY) == 0
+assert sources._read("to-f") == text and os.open("/dev/null", os.O_RDONLY) == 0
 system, (readable, _writable) = module.CitedSources(Path("/proc")), os.pipe()
 assert system._read("self/smaps").splitlines()[-1].startswith("VmFlags:")
 assert system._read("self/mem") == system._read(f"self/fd/{readable}") == ""

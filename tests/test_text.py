@@ -5,10 +5,8 @@ from itertools import product
 from types import SimpleNamespace
 
 import pytest
-from support import Text, agree, outcome
+from support import LINE_ENDS, SPACES, Text, agree, outcome
 
-SPACES = [chr(code) for code in range(sys.maxunicode + 1) if chr(code).isspace()]
-LINE_ENDS = ["\r\n", "\n\r", "\r", *(space for space in SPACES if len(f"a{space}b".splitlines()) == 2)]
 MARKS, ENDS, STARTS = ".,;:!?", ".!?]", "ABMYZ`*_"
 FILLERS = "a", "é", "日", "𝒳"  # of each width a text may be stored in; the first two share one
 PLACES = range(40)  # more than two steps of 16 characters
