@@ -21,7 +21,7 @@ Way = Callable[[], Any]
 DEBUG = hasattr(sys, "gettotalrefcount")
 # Far more than a way makes; without an end, the interpreter retries some of its own for ever.
 FROM_THEN_ON = 50_000
-# What the interpreter makes of its own failures: a message, a lock, or a frame's object that could not be made.
+# What the interpreter makes of its own failures: a message, a lock, or a frame's object that is missing.
 HANDLED = "^(?!SystemError).*MemoryError|^\\w+Error: $|can.{1,2}t allocate (read )?lock"
 HANDLED += "|^SystemError: error return without exception set$"
 # And what it makes of them where pathlib is called: in `os.fspath`, and for a frame that could not be linked.

@@ -19,7 +19,7 @@ from bench.load import load_module, load_plain
 from harden.hostile import INSIDE, OUTSIDE, lay_out
 
 
-# While somebody reads the path, a name and a link beside it change places all the time: path, name, link, target.
+# While a path is read, a name and a link beside it change places all the time: path, name, link, target.
 ATTACKS = {
     "a folder for a link": ("top/dir/f", "repo/top/dir", "repo/top/other", "tree"),
     "the file itself": ("top/dir/f", "repo/top/dir/f", "repo/top/dir/other", "secret"),

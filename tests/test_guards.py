@@ -160,15 +160,15 @@ LIBRARY = [
     (re, "compile", lambda pattern: compiled(pattern.encode())), (re, "sub", len),
     (re, "compile", lambda pattern: compiled(f"{pattern}(?=R)")), (re, "sub", lambda *given: given[-1]),
     (re, "compile", lambda pattern: compiled(pattern, re.ASCII)),
-    (MODULES, "re", module_like(vars(re))), (re, "__class__", type("Re", (ModuleType,), {"sub": property(fail)})),
+    (re, "__class__", type("Re", (ModuleType,), {"sub": property(fail)})),
     (pathlib, "Path", type("Path", (PosixPath,), {})), (pathlib, "Path", object), (Path, "ls", fail),
     (os.path, "realpath", lambda path, **_named: str(path).replace("app", "no")), (os.path, "realpath", fail),
     (Path, "resolve", lambda self, **_named: self / "src"), (Path, "open", fail), (Path, "__fspath__", fail),
     (Path, "read_text", lambda *_given, **_named: "line 1\nread"), (PosixPath, "read_text", fail),
     (Path, "is_relative_to", lambda *_two: True), (Path, "relative_to", fail), (Path, "__new__", fail),
     (Path, "__truediv__", lambda self, _path: joined(self, "src/app.py")), (Path, "__str__", fail),
-    (io, "open", fake), (io, "open", fail), (os, "lstat", fail), (os, "readlink", fail), (re, "_compile", fail),
-    (io, "text_encoding", fail), (Path, "read_text", property(lambda _self: opened("/gone"))),
+    (MODULES, "re", module_like(vars(re))), (re, "_compile", fail), (os, "lstat", fail), (os, "readlink", fail),
+    (io, "open", fake), (io, "open", fail), (io, "text_encoding", fail), (Path, "read_text", property(lambda _self: opened("/gone"))),
     (dataclasses, "dataclass", lambda *made, **_named: made[0] if made else record),
 ]
 

@@ -10,8 +10,8 @@ from support import Text, agree, ended, outcome
 
 NEAR = [*map(Path, "repo link-to-repo link-to-link repo/. repo/src/.. repo/up/repo repo/here".split())]
 FAR = [*map(Path, "repo/src link-to-src repo/f repo/a/b repo/loop nowhere a\0 \ud800".split(" "))]
-PATHS = """src . missing f/more dangling /etc/passwd //etc/passwd /proc/self/environ loop loop/x loop/../f to-f/
-here/ bom bad crs""".split() + ["", "src\0/f", "\ud800", Text("to-f"), Path("to-f"), 7, None, b"src"]
+PATHS = """src . missing f/more dangling /etc/passwd //etc/passwd /proc/self/environ loop loop/x loop/../f
+to-f/ here/ bom bad crs""".split() + ["", "src\0/f", "\ud800", Text("to-f"), Path("to-f"), 7, None, b"src"]
 
 
 @pytest.fixture
@@ -151,6 +151,23 @@ if os.read(ready[0], 1) == b"n": sys.exit()  # not allowed here
 got = [sources._read("across"), sources._read(f"/proc/{child}/root{root}/hidden")]
 os.write(done[1], b"x"), os.waitpid(child, 0)
 assert got == ["", ""], got
+""",
+    "what an audit hook sees": """
+from bench.load import load_plain
+plain, seen = load_plain().CitedSources(root), []
+sys.addaudithook(lambda event, given: event == "open" and seen.append(given))
+for one in (sources, plain):
+    for path in ("src/f", "to-f", "gone", "src", "away"): one._read(path)
+assert len(seen) == 8 and seen[:4] == seen[4:], seen
+""",
+    "a sandbox that refuses a system call": """
+import struct
+openat2, allow, eperm = 437, 0x7FFF0000, 0x50001
+steps = (0x20, 0, 0, 0), (0x15, 0, 1, openat2), (6, 0, 0, eperm), (6, 0, 0, allow)
+code = ctypes.create_string_buffer(b"".join(struct.pack("HBBI", *step) for step in steps))
+assert libc.prctl(38, 1, 0, 0, 0) == 0
+assert libc.prctl(22, 2, struct.pack("HP", len(steps), ctypes.addressof(code)), 0, 0) == 0
+assert sources._read("to-f") == text and sources._read("away") == sources._read("fifo") == ""
 """,
     "descriptor zero, and files that are longer than they say": """
 os.close(0)

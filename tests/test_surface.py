@@ -34,7 +34,8 @@ def test_names(both):
     agree(both, lambda one: [[look(find(one, name)) for look in LOOKS] for name in FUNCTIONS + CLASSES])
     agree(both, lambda one: [[sorted(vars(find(one, name))), list(own(find(one, name)))] for name in CLASSES])
     agree(both, lambda one: pydoc.plain(pydoc.render_doc(one)).replace("_plain", "").split("\nFILE\n")[0])
-    agree(both, lambda one: (one._SENTENCE_END_RE.flags, one._LIST_MARK_RE.flags, "__all__" in vars(one), [name for name in vars(one) if name in ("__builtins__", "annotations")]))
+    agree(both, lambda one: (one._SENTENCE_END_RE.flags, one._LIST_MARK_RE.flags))
+    agree(both, lambda one: [name for name in vars(one) if name in ("__all__", "__builtins__", "annotations")])
     agree(both, lambda one: list(vars(one.CitationChecker(Client(), None))))
     symbols = subprocess.check_output(["nm", "-D", "--defined-only", both[0].__file__], text=True)
     assert [line.split()[-1] for line in symbols.splitlines()] == ["PyInit_citation_check"]
