@@ -20,15 +20,15 @@ Blocks::Blocks(State& state, Borrowed markdown) : state_(state) {
     }
 }
 
-Ref Blocks::next() {
+bool Blocks::next(Ref& block) {
     const py::Original& prose_blocks = state_.kept(Kept::prose_blocks);
     if (scan_ && !runs_no_python_code() && prose_blocks.is_unpatched()) {
         const Ref scan = std::exchange(scan_, Ref());
         generator_.emplace(py::call(prose_blocks.object(), scan));
     }
-    if (!scan_) return generator_->next();
-    Ref block = next_block(state_, scan_);
-    return block.is_none() ? Ref() : std::move(block);
+    if (!scan_) return generator_->next(block);
+    block = next_block(state_, scan_);
+    return !block.is_none();
 }
 
 bool Blocks::runs_no_python_code() {

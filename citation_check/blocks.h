@@ -7,13 +7,13 @@
 
 namespace citation_check {
 
-// `for block in _prose_blocks(markdown)`: `next()` gives an empty Ref at the end. The blocks come straight from a scan
+// `for block in _prose_blocks(markdown)`, as an Iteration. The blocks come straight from a scan
 // as long as it runs no Python code, which could see that the generator is missing.
 class Blocks {
   public:
     Blocks(State& state, py::Borrowed markdown);
 
-    py::Ref next();
+    bool next(py::Ref& block);
 
   private:
     bool runs_no_python_code();

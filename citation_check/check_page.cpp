@@ -16,11 +16,12 @@ Ref select_claims(State& state, Borrowed sources, Borrowed markdown, Borrowed ma
     const Ref asked = py::new_list();
     Py_ssize_t skipped = 0;
     py::PeriodicYield periodic_yield;
+    Ref claim, passage;
     py::Iteration claims(call(state.global(names.cited_claims), markdown));
-    while (const Ref claim = claims.next()) {
+    while (claims.next(claim)) {
         const Ref so_far = py::integer(PyList_GET_SIZE(asked.get()));
         const bool within_cap = py::compare(so_far, max_questions, Py_LT);
-        const Ref passage = within_cap ? call_method(sources, names.passage, claim) : py::borrow(names.empty);
+        passage = within_cap ? call_method(sources, names.passage, claim) : py::borrow(names.empty);
         if (py::text::is_blank(passage, names.strip)) {
             periodic_yield.step();
             ++skipped;
@@ -28,7 +29,9 @@ Ref select_claims(State& state, Borrowed sources, Borrowed markdown, Borrowed ma
             py::append(asked, py::tuple_of(claim, passage));
         }
     }
-    return py::tuple_of(asked, py::integer(skipped));
+    const Ref last = claim ? py::tuple_of(claim, passage) : py::none();
+    const Ref count = py::integer(skipped);
+    return py::tuple_of(asked, count, last);
 }
 
 Ref ask(State& state, Borrowed item, Borrowed client, Borrowed budget, Borrowed failed) {
@@ -85,11 +88,10 @@ Ref answers_of(State& state, Borrowed ask, Borrowed asked, Borrowed workers, Ref
 // A record for each pair that has an answer. A patched pool may have changed either list.
 Ref checked_claims(State& state, Borrowed asked, Borrowed answers) {
     Ref checked = py::new_list();
+    Ref pair, answer;
     py::Iteration pairs(asked);
     py::Iteration results(answers);
-    while (const Ref pair = pairs.next()) {
-        const Ref answer = results.next();
-        if (!answer) break;
+    while (pairs.next(pair) && results.next(answer)) {
         const auto [claim, passage] = py::unpack<2>(pair);
         if (answer.is_none()) continue;
         py::append(checked, call(state.global(state.names.CheckedClaim), claim, answer));

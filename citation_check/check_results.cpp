@@ -28,9 +28,15 @@ Ref score(State& state, Borrowed self) {
     if (!py::truth(attr(self, names.checked))) return py::none();
     Py_ssize_t supported = 0;
     py::Iteration entries(attr(self, names.checked));
-    while (const Ref checked = entries.next()) {
-        const Ref verdict = attr(attr(checked, names.answer), names.verdict);
-        if (py::compare(verdict, names.supports, Py_EQ)) ++supported;
+    try {
+        Ref checked;
+        while (entries.next(checked)) {
+            const Ref verdict = attr(attr(checked, names.answer), names.verdict);
+            if (py::compare(verdict, names.supports, Py_EQ)) ++supported;
+        }
+    } catch (const py::Error&) {
+        py::interpreter::leave_generator_expression();
+        throw;
     }
     const Ref total = py::integer(py::length(attr(self, names.checked)));
     return steal(py::api(PyNumber_TrueDivide, py::integer(supported).get(), total.get()));
@@ -39,13 +45,17 @@ Ref score(State& state, Borrowed self) {
 Ref findings(State& state, Borrowed self, Borrowed page_id) {
     const auto& names = state.names;
     Ref out = py::new_list();
+    Ref checked, finding, claim;
+    std::array<Ref, 3> entry;
     py::Iteration entries(attr(self, names.checked));
-    while (const Ref checked = entries.next()) {
+    while (entries.next(checked)) {
         const Ref get = attr(state.global(names.VERDICT_FINDINGS), names.get);
-        const Ref finding = call(get, attr(attr(checked, names.answer), names.verdict));
+        finding = call(get, attr(attr(checked, names.answer), names.verdict));
         if (finding.is_none()) continue;
-        const auto [severity, kind, wording] = py::unpack<3>(finding);
-        const Ref text = detail(state, attr(checked, names.claim), wording);
+        entry = py::unpack<3>(finding);
+        const auto& [severity, kind, wording] = entry;
+        claim = attr(checked, names.claim);
+        const Ref text = detail(state, claim, wording);
         py::append(out, make_finding(state, severity, kind, py::list_of(page_id), text));
     }
     return out;
@@ -54,8 +64,9 @@ Ref findings(State& state, Borrowed self, Borrowed page_id) {
 Ref warnings(State& state, Borrowed self) {
     const auto& names = state.names;
     Ref out = py::new_list();
+    Ref finding;
     py::Iteration found(py::call_method(self, names.findings, names.empty));
-    while (const Ref finding = found.next()) {
+    while (found.next(finding)) {
         const Ref kind = format(py::item(finding, names.kind));
         const Ref text = format(py::item(finding, names.detail));
         py::append(out, py::join(names.empty, kind, names.colon, text));

@@ -73,9 +73,13 @@ void PlaceIndex::grow() {
     }
 }
 
-void ClaimList::add(Borrowed type, Borrowed claim, Borrowed path, Borrowed start, Borrowed end) {
+void ClaimList::add(Ref type, Borrowed claim, Ref path, Borrowed start, Borrowed end) {
     if (all_plain_ && add_plain(type, claim, path, start, end)) return;
-    record_ = py::call(type, claim, path, start, end);
+    Ref record = py::call(type, claim, path, start, end);
+    // What only the call needed goes with it.
+    path = Ref();
+    type = Ref();
+    record_ = std::move(record);
     if (!py::compare(start, py::integer(1), Py_GE) || py::contains(records_, record_)) return;
     all_plain_ = false;
     py::append(records_, record_);
@@ -88,18 +92,18 @@ bool ClaimList::add_plain(Borrowed type, Borrowed claim, Borrowed path, Borrowed
     const auto& names = state_.names;
     // What the `__init__` of a frozen dataclass does, without running it.
     const Ref no_arguments = steal(PyTuple_New(0));
-    const Ref record = steal(
+    record_ = steal(
         py::api(PyBaseObject_Type.tp_new, reinterpret_cast<PyTypeObject*>(type.get()), no_arguments.get(), nullptr));
     const std::pair<Borrowed, Borrowed> fields[] = {
         {names.claim, claim}, {names.path, path}, {names.start, start}, {names.end, end}};
     for (const auto& [name, value] : fields) {
-        py::check(py::api(PyObject_GenericSetAttr, record.get(), name.get(), value.get()));
+        py::check(py::api(PyObject_GenericSetAttr, record_.get(), name.get(), value.get()));
     }
     if (!is_positive(start)) return true;
     const auto count = static_cast<std::size_t>(PyList_GET_SIZE(records_.get()));
     const std::size_t known = places_.find_or_add(*fingerprint, count);
-    if (known != count && (holds(known, record) || py::contains(records_, record))) return true;
-    py::append(records_, record);
+    if (known != count && (holds(known, record_) || py::contains(records_, record_))) return true;
+    py::append(records_, record_);
     return true;
 }
 

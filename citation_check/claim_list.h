@@ -33,7 +33,7 @@ class ClaimList {
     explicit ClaimList(State& state) : state_(state), records_(py::new_list()) {}
 
     // `record = type(claim, path, start, end)`, and `if start >= 1 and record not in records: records.append(record)`
-    void add(py::Borrowed type, py::Borrowed claim, py::Borrowed path, py::Borrowed start, py::Borrowed end);
+    void add(py::Ref type, py::Borrowed claim, py::Ref path, py::Borrowed start, py::Borrowed end);
 
     // The list of records; nothing more can be added.
     py::Ref release() { return std::move(records_); }
@@ -44,7 +44,7 @@ class ClaimList {
 
     State& state_;
     py::Ref records_;
-    py::Ref record_;     // the last one that is not plain, left out or not: it lives until the next is made
+    py::Ref record_;     // the last one, left out or not: it lives until the next is made
     PlaceIndex places_;  // of the first record with each fingerprint, while all records are plain
     bool all_plain_ = true;
 };

@@ -58,10 +58,12 @@ Ref citation_lint_findings(State& state, Borrowed client, Borrowed texts, Borrow
     const Ref checker = call(enabled, client, repo_root, should_stop);
     if (checker.is_none()) return findings_without_checker(state, client);
     Ref out = py::new_list();
-    Ref check;  // a page's result lives until the next page has its own
+    Ref check;
+    std::array<Ref, 2> text;
     py::Iteration pages(call_method(texts, names.items));
-    while (const Ref page = pages.next()) {
-        const auto [page_id, markdown] = py::unpack<2>(page);
+    for (Ref page; pages.next(page);) {
+        text = py::unpack<2>(std::exchange(page, Ref()));
+        const auto& [page_id, markdown] = text;
         check = call_method(checker, names.check, markdown);
         if (check.is_none()) {
             py::append(out, failed_finding(state, checker, page_id));

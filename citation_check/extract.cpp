@@ -44,20 +44,21 @@ Ref claim_text(State& state, Borrowed sentence) {
 
 namespace {
 
-// `for sentence in _SENTENCE_END_RE.split(block): body(sentence)`
+// `for sentence in _SENTENCE_END_RE.split(block): body()`
 template <class Body>
-void for_each_sentence(State& state, Borrowed block, Body body) {
+void for_each_sentence(State& state, Borrowed block, Ref& sentence, Body body) {
     const auto& names = state.names;
     if (!state.has_original(names.SENTENCE_END_RE, Kept::sentence_end) || !py::text::is_plain(block)) {
         py::Iteration sentences(call_method(state.global(names.SENTENCE_END_RE), names.split, block));
-        while (const Ref sentence = sentences.next()) body(sentence);
+        while (sentences.next(sentence)) body();
         return;
     }
     const std::size_t size = py::text::size(block);
     std::size_t from = 0;
     while (true) {
         const scan::Span gap = scan::sentence_gap(block, from);
-        body(py::text::slice(block, from, gap.begin));
+        sentence = py::text::slice(block, from, gap.begin);
+        body();
         if (gap.begin == size) return;
         from = gap.end;
     }
@@ -80,13 +81,14 @@ class Extraction {
     void add(Borrowed sentence) {
         periodic_yield_.step();
         host::find_citations(state_, sentence, citations_);
-        const Ref claim = citations_.matches.empty() ? py::borrow(state_.names.empty) : claim_text_of(sentence);
-        if (is_too_short(state_, claim)) return;
+        claim_ = citations_.matches.empty() ? py::borrow(state_.names.empty) : claim_text_of(sentence);
+        if (is_too_short(state_, claim_)) return;
         for (const Ref& match : citations_.matches) {
-            const auto [path, start, end] = host::citation_key(state_, match);
-            const Ref type = state_.global(state_.names.CitedClaim);
-            const Ref normal = host::normal_path(state_, path);
-            claims_.add(type, claim, normal, start, end);
+            key_ = host::citation_key(state_, match);
+            const auto& [path, start, end] = key_;
+            Ref type = state_.global(state_.names.CitedClaim);
+            Ref normal = host::normal_path(state_, path);
+            claims_.add(std::move(type), claim_, std::move(normal), start, end);
         }
     }
 
@@ -103,6 +105,9 @@ class Extraction {
 
     State& state_;
     ClaimList claims_;
+    // The variables of the extraction, which live from one sentence to the next.
+    std::array<Ref, 3> key_;
+    Ref claim_;
     host::Citations citations_;
     py::PeriodicYield periodic_yield_;
 };
@@ -112,8 +117,9 @@ class Extraction {
 Ref cited_claims(State& state, Borrowed markdown) {
     Extraction extraction(state);
     Blocks blocks(state, markdown);
-    while (const Ref block = blocks.next()) {
-        for_each_sentence(state, block, [&](Borrowed sentence) { extraction.add(sentence); });
+    Ref sentence;
+    for (Ref block; blocks.next(block);) {
+        for_each_sentence(state, block, sentence, [&] { extraction.add(sentence); });
     }
     return extraction.release();
 }

@@ -62,14 +62,18 @@ void search_citations(State& state, Borrowed pattern, Borrowed sentence, Citatio
 
 void find_citations(State& state, Borrowed sentence, Citations& found) {
     const auto& names = state.names;
-    found.matches.clear();
-    found.spans.clear();
     const Ref pattern = state.global(names.CITATION_RE);
     found.standard = is_standard_pattern(state, pattern) && py::text::is_plain(sentence);
-    if (found.standard) return search_citations(state, pattern, sentence, found);
+    if (found.standard) {
+        found.matches.clear();
+        found.spans.clear();
+        return search_citations(state, pattern, sentence, found);
+    }
     const Ref all = steal(py::api(PySequence_List, call_method(pattern, names.finditer, sentence).get()));
-    py::Iteration matches(all);
-    while (Ref match = matches.next()) found.matches.push_back(std::move(match));
+    std::vector<Ref> matches;
+    py::Iteration rest(all);
+    for (Ref match; rest.next(match);) matches.push_back(std::move(match));
+    found.matches.swap(matches);
 }
 
 Ref without_citations(State& state, Borrowed sentence) {

@@ -82,6 +82,7 @@ struct Names {
     py::Ref kind = py::interned("kind");
     py::Ref lock = py::interned("_lock");
     py::Ref lstat = py::interned("lstat");
+    py::Ref stat = py::interned("stat");
     py::Ref make_child = py::interned("_make_child");
     py::Ref map = py::interned("map");
     py::Ref match = py::interned("match");

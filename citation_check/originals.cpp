@@ -45,6 +45,13 @@ void keep_functions(Original& kept, Borrowed object, Borrowed module, std::initi
     kept = std::move(found);
 }
 
+// Remembers `module` if that attribute of it is the module `other`.
+void keep_module(Original& kept, Borrowed module, Borrowed name, Borrowed other) {
+    Original found;
+    found.remember(module, {name});
+    if (found.attribute(0).is(other)) kept = std::move(found);
+}
+
 PyObject* type_of(Borrowed object) { return reinterpret_cast<PyObject*>(object.type()); }
 
 // The methods of standard patterns that are called most: calling them needs no look-up.
@@ -94,11 +101,13 @@ void keep_paths(State& state) {
     keep_functions(state.kept(Kept::path_reading), path, pathlib, {names.open, names.read_text});
     keep_functions(state.kept(Kept::path), own_type, pathlib,
                    {names.str_dunder, names.fspath_dunder, names.truediv_dunder, names.resolve, names.is_relative_to,
-                    names.relative_to, names.make_child, names.open, names.read_text});
+                    names.relative_to, names.make_child, names.stat, names.open, names.read_text});
     keep_functions(state.kept(Kept::os_path), os_path, os_path, {names.realpath, names.joinrealpath, names.abspath});
     keep_functions(state.kept(Kept::io), io, io, {names.open, names.text_encoding});
-    state.kept(Kept::pathlib).remember(pathlib, {names.os, names.io});
-    state.kept(Kept::os).remember(os, {names.path, names.lstat, names.readlink, names.fspath});
+    keep_functions(state.kept(Kept::os), os, os, {names.lstat, names.readlink, names.stat, names.fspath});
+    keep_module(state.kept(Kept::path_of_os), os, names.path, os_path);
+    keep_module(state.kept(Kept::os_of_pathlib), pathlib, names.os, os);
+    keep_module(state.kept(Kept::io_of_pathlib), pathlib, names.io, io);
 }
 
 }  // namespace

@@ -18,12 +18,12 @@ namespace {
 
 // What a scan carries from one block to the next.
 enum ScanItem : Py_ssize_t {
-    source,        // the rest of the page: a plain text, or an iterator over lines; None at the end
-    next_place,    // where the next line of a plain text begins
-    block_lines,   // the list of the current block's lines
-    pending_line,  // the line that completed the last block and belongs to the next, stripped; None for none
-    in_fence,
-    scan_mark,  // the module's own object, which tells a scan from any other list
+    source,         // the rest of the page: a plain text, or an iterator over lines; None at the end
+    last_line,      // where it ends in a plain text, and the next begins; of another page the line itself
+    block_lines,    // the list of the current block's lines
+    stripped_line,  // the last line, stripped
+    in_fence,       // None: no, and the last line completed a block and belongs to the next
+    scan_mark,      // the module's own object, which tells a scan from any other list
     scan_items
 };
 
@@ -42,6 +42,12 @@ void set_item(Borrowed scan, ScanItem place, Ref value) {
     py::check(py::api(PyList_SetItem, scan.get(), place, value.relinquish()));
 }
 
+Ref take_item(Borrowed scan, ScanItem place) {
+    Ref value = item(scan, place);
+    set_item(scan, place, py::none());
+    return value;
+}
+
 // Whether an object is a scan of this module's.
 bool is_scan(State& state, Borrowed object) {
     return PyList_CheckExact(object.get()) && PyList_GET_SIZE(object.get()) == scan_items &&
@@ -53,27 +59,44 @@ class Lines {
   public:
     explicit Lines(Borrowed scan) : source_(item(scan, source)) {
         is_plain_ = py::text::is_plain(source_);
-        if (is_plain_) place_ = static_cast<std::size_t>(py::plain_integer(item(scan, next_place)).value_or(-1));
-        if (!is_plain_ && PyIter_Check(source_.get()) == 0) source_ = Ref();
+        Ref last = take_item(scan, last_line);
+        if (is_plain_) {
+            place_ = static_cast<std::size_t>(py::plain_integer(last).value_or(-1));
+        } else {
+            line_ = std::move(last);
+            if (PyIter_Check(source_.get()) == 0) source_ = Ref();
+        }
     }
 
-    Ref next() {
-        if (!is_plain_) return source_ ? py::next(source_) : Ref();
-        const std::size_t size = py::text::size(source_);
-        if (place_ > size) return {};
-        const auto begin = static_cast<Py_ssize_t>(std::exchange(place_, size + 1));
-        const Py_ssize_t feed = PyUnicode_FindChar(source_.get(), '\n', begin, static_cast<Py_ssize_t>(size), 1);
-        if (feed < 0) return py::text::slice(source_, static_cast<std::size_t>(begin), size);
-        place_ = static_cast<std::size_t>(feed) + 1;
-        return py::text::slice(source_, static_cast<std::size_t>(begin), static_cast<std::size_t>(feed));
+    bool next() {
+        if (is_plain_) return next_of_text();
+        Ref found = source_ ? py::next(source_) : Ref();
+        if (!found) return false;
+        line_ = std::move(found);
+        return true;
     }
 
-    void save(Borrowed scan) const {
-        if (is_plain_) set_item(scan, next_place, py::integer(static_cast<Py_ssize_t>(place_)));
+    Borrowed line() const { return line_; }
+
+    void save(Borrowed scan) {
+        Ref last = is_plain_ ? py::integer(static_cast<Py_ssize_t>(place_)) : std::move(line_);
+        set_item(scan, last_line, std::move(last));
     }
 
   private:
+    bool next_of_text() {
+        const std::size_t size = py::text::size(source_);
+        if (place_ > size) return false;
+        const auto begin = static_cast<Py_ssize_t>(std::exchange(place_, size + 1));
+        const Py_ssize_t feed = PyUnicode_FindChar(source_.get(), '\n', begin, static_cast<Py_ssize_t>(size), 1);
+        const std::size_t end = feed < 0 ? size : static_cast<std::size_t>(feed);
+        if (feed >= 0) place_ = end + 1;
+        line_ = py::text::slice(source_, static_cast<std::size_t>(begin), end);
+        return true;
+    }
+
     Ref source_;
+    Ref line_;
     bool is_plain_ = false;
     std::size_t place_ = 0;
 };
@@ -137,28 +160,31 @@ Ref next_block(State& state, Borrowed scan) {
     require_scan(is_scan(state, scan));
     const Ref block = py::new_list();
     set_item(scan, block_lines, py::borrow(block));
-    Line pending = {item(scan, pending_line), {}};
-    if (!pending.stripped.is_none()) py::append(block, without_list_mark(state, pending));
-    bool inside = py::truth(item(scan, in_fence));
     Lines lines(scan);
+    Line line = {take_item(scan, stripped_line), {}};
+    const Ref fenced = item(scan, in_fence);
+    if (fenced.is_none()) py::append(block, without_list_mark(state, line));
+    bool inside = py::truth(fenced);
     py::PeriodicYield periodic_yield;
-    while (const Ref raw = lines.next()) {
+    while (lines.next()) {
         periodic_yield.step();
-        Line line = {py::text::strip(raw, state.names.strip), {}};
-        const bool fence = host::is_fence(state, raw);
+        line = {py::text::strip(lines.line(), state.names.strip), {}};
+        const bool fence = host::is_fence(state, lines.line());
         if (fence) inside = !inside;
         const bool prose =
             !fence && !inside && py::truth(line.stripped) && !is_heading_table_or_quote(state, line.stripped);
         if (PyList_GET_SIZE(block.get()) != 0 && (!prose || is_list_item(state, line))) {
             lines.save(scan);
-            set_item(scan, pending_line, prose ? std::move(line.stripped) : py::none());
-            set_item(scan, in_fence, py::borrow(inside ? Py_True : Py_False));
+            set_item(scan, stripped_line, std::move(line.stripped));
+            set_item(scan, in_fence, py::borrow(prose ? Py_None : inside ? Py_True : Py_False));
             return steal(py::api(PyUnicode_Join, state.names.space.get(), block.get()));
         }
         if (prose) py::append(block, without_list_mark(state, line));
     }
     set_item(scan, source, py::none());
-    set_item(scan, pending_line, py::none());
+    lines.save(scan);
+    set_item(scan, stripped_line, std::move(line.stripped));
+    set_item(scan, in_fence, py::borrow(Py_False));
     if (PyList_GET_SIZE(block.get()) == 0) return py::none();
     return steal(py::api(PyUnicode_Join, state.names.space.get(), block.get()));
 }

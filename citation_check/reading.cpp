@@ -110,6 +110,10 @@ Ref empty_on_os_error(State& state, Body body) {
     return py::try_except(PyExc_OSError, body, [&](const py::Handled&) { return py::borrow(state.names.empty); });
 }
 
+bool are_unpatched(State& state, std::initializer_list<Kept> kept) {
+    return std::ranges::all_of(kept, [&](Kept which) { return state.kept(which).is_unpatched(); });
+}
+
 // Whether what a path has under the name of a reading method is the library's own method.
 bool is_library_method(const py::Original& reading, Borrowed path, Borrowed method, std::size_t place) {
     return PyMethod_Check(method.get()) && path.is(PyMethod_GET_SELF(method.get())) &&
@@ -119,7 +123,7 @@ bool is_library_method(const py::Original& reading, Borrowed path, Borrowed meth
 // Whether calling a path's `read_text` leads to `io.open` by the library's own methods alone.
 bool is_read_by_library(State& state, Borrowed path, Borrowed read_text) {
     const py::Original& reading = state.kept(Kept::path_reading);
-    if (!reading.is_unpatched() || !state.kept(Kept::io).is_unpatched()) return false;
+    if (!are_unpatched(state, {Kept::path_reading, Kept::io, Kept::io_of_pathlib})) return false;
     if (!is_library_method(reading, path, read_text, 1)) return false;
     return is_library_method(reading, path, py::attr(path, state.names.open), 0);
 }
@@ -127,10 +131,8 @@ bool is_read_by_library(State& state, Borrowed path, Borrowed read_text) {
 // Whether joining, resolving and testing a path of this class is all the library's own work, which no tracer sees.
 bool is_resolved_by_library(State& state, Borrowed path) {
     if (!state.kept(Kept::path).is_untraced(reinterpret_cast<PyObject*>(path.type()))) return false;
-    for (const Kept which : {Kept::pathlib, Kept::os, Kept::os_path, Kept::io}) {
-        if (!state.kept(which).is_unpatched()) return false;
-    }
-    return true;
+    return are_unpatched(
+        state, {Kept::os, Kept::os_path, Kept::path_of_os, Kept::os_of_pathlib, Kept::io, Kept::io_of_pathlib});
 }
 
 // The root's own path. A subclass of `Path` may have a text of its own, which reading does not ask for.
@@ -154,6 +156,7 @@ std::optional<Location> locate_in_one_step(State& state, Borrowed root, Borrowed
 }
 
 Ref read_location(State& state, const Location& location, Borrowed root) {
+    if (!is_resolved_by_library(state, root)) return {};
     const auto inside = root_path(state, root);
     if (!inside || !confined::is_inside(location.path, *inside)) return py::borrow(state.names.empty);
     const auto size = static_cast<Py_ssize_t>(location.path.size());

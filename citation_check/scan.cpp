@@ -157,11 +157,13 @@ Span sentence_gap(Borrowed block, std::size_t from) {
 }
 
 Ref tidy(Borrowed text, std::span<const Span> left_out) {
-    return py::text::visit(text, [left_out](auto characters) {
+    return py::text::visit(text, [&](auto characters) {
         using Character = typename decltype(characters)::value_type;
         Buffer<Character> buffer(characters.size());
         Character* const copied = copy_outside(characters, left_out, buffer.begin());
         Character* const end = tidy_in_place(buffer.begin(), copied);
+        // Tidying makes a text shorter, or gives the same one back.
+        if (end == buffer.begin() + characters.size()) return py::borrow(text);
         return py::text::make(std::span<const Character>(buffer.begin(), end));
     });
 }

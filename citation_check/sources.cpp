@@ -82,7 +82,9 @@ Ref read(State& state, Borrowed self, Borrowed path) {
     Ref known_root;
     if (const auto location = locate_in_one_step(state, root, path)) {
         known_root = attr(self, names.root);
-        if (known_root.is(root)) return read_location(state, *location, root);
+        // Reading the root once more may have run Python code.
+        Ref text = known_root.is(root) ? read_location(state, *location, root) : Ref();
+        if (text) return text;
     }
     const Ref joined = steal(py::api(PyNumber_TrueDivide, root.get(), path.get()));
     const Ref target = call_method(joined, names.resolve);

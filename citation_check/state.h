@@ -21,10 +21,12 @@ enum class Kept : std::size_t {
     cited_claim,
     path,
     path_reading,
-    pathlib,
     os,
     os_path,
     io,
+    path_of_os,
+    os_of_pathlib,
+    io_of_pathlib,
     count,
 };
 

@@ -164,7 +164,7 @@ def check_citations(
         DecisionError: A call failed; no later question of the page is asked.
     """
     sources = CitedSources(repo_root)
-    asked, skipped = native.select_claims(sources, markdown, max_questions)
+    asked, skipped, _last = native.select_claims(sources, markdown, max_questions)
     failed = threading.Event()
 
     def ask(item: tuple[CitedClaim, str]) -> CitationAnswer | None:

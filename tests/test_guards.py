@@ -30,7 +30,9 @@ Poison = odd(**dict.fromkeys("getattr call getitem index hash eq lt gt le ge ite
 
 @pytest.fixture(scope="module")
 def root(tmp_path_factory):
-    return repository(tmp_path_factory.mktemp("guards") / "repo")
+    made = repository(tmp_path_factory.mktemp("guards") / "repo")
+    (made / "crs").write_bytes(b"one\r\ntwo\rthree")
+    return made
 
 
 def driven(one, root, change):
@@ -168,13 +170,19 @@ LIBRARY = [
     (Path, "is_relative_to", lambda *_two: True), (Path, "relative_to", fail), (Path, "__new__", fail),
     (Path, "__truediv__", lambda self, _path: joined(self, "src/app.py")), (Path, "__str__", fail),
     (MODULES, "re", module_like(vars(re))), (re, "_compile", fail), (os, "lstat", fail), (os, "readlink", fail),
-    (io, "open", fake), (io, "open", fail), (io, "text_encoding", fail), (Path, "read_text", property(lambda _self: opened("/gone"))),
+    (io, "open", fake), (io, "open", fail), (io, "text_encoding", fail), (os, "stat", fail), (Path, "stat", fail),
+    (pathlib, "io", SimpleNamespace(open=fake, text_encoding=str)), (pathlib, "os", Poison()), (os, "path", Poison()),
+    (re.sub, "__defaults__", (1, 0)), (Path.open, "__defaults__", ("r", -1, None, None, "")), (Path, "read_text", property(lambda _self: opened("/gone"))),
     (dataclasses, "dataclass", lambda *made, **_named: made[0] if made else record),
 ]
 
 
-@pytest.mark.parametrize("when", ["before", "after"])
-@pytest.mark.parametrize("owner, name, value", LIBRARY, ids=[name for _owner, name, _value in LIBRARY])
+# What is patched in place before the import counts as the library's own.
+CHANGES = [(*change, when) for change in LIBRARY for when in ("before", "after", "throughout")
+           if change[1] != "__defaults__" or when == "after"]
+
+
+@pytest.mark.parametrize("owner, name, value, when", CHANGES, ids=[f"{one[1]}-{one[3]}" for one in CHANGES])
 def test_library_that_was_replaced(both, root, monkeypatch, owner, name, value, when):
     def steps(one):
         with monkeypatch.context() as patched:
@@ -184,9 +192,12 @@ def test_library_that_was_replaced(both, root, monkeypatch, owner, name, value, 
             copy = copy or fresh(one)
             if when == "before":
                 patched.undo()
-            yield [outcome(lambda: copy.CitedSources(root)._read(path)) for path in (*PATHS[:3], "near")]
+            sources = copy.CitedSources.__new__(copy.CitedSources)
+            sources.root = root
+            yield [outcome(sources._read, path) for path in (*PATHS[:3], "near", "crs")]
+            yield outcome(copy.CitedSources, root)
             yield outcome(copy.cited_claims, PAGE + "\n\u0663. Reads.\u00a0Writes files [a:L1].")
-            yield outcome(copy._claim_text, " a  , b")
+            yield outcome(copy._claim_text, " a  , b  .  c")
 
     agree(both, lambda one: list(steps(one)))
 

@@ -105,6 +105,46 @@ def test_what_dies_when(both, repo):
     agree(both, seen_of)
 
 
+def test_what_a_loop_holds(both, repo):
+    """An item lives until the next one is there, and the last one until the function ends."""
+
+    def seen_of(one):
+        def made(base, at, value):
+            kind = type("Item", (base,), {"__del__": lambda _self: log.append(f"{at} dies")})
+            return kind(**value) if base is SimpleNamespace else kind(value)
+
+        def each(base, *values):
+            for at, value in enumerate(values):
+                log.append(f"next {at}")
+                yield made(base, at, value)
+            log.append("end")
+
+        log, blocks, check = [], one._prose_blocks, one.CitationCheck()
+        claim = one.CitedClaim("Reads files", "a", 1, 1)
+        entries = [{"claim": claim, "answer": SimpleNamespace(verdict=one)} for one in ("contradicts", "supports") * 2]
+        check.checked = odd(iter=lambda _self: each(SimpleNamespace, *entries), len=lambda _self: 4)()
+        log += check.score, check.findings("a")
+        check.findings = lambda _page: each(dict, *[{"kind": 1, "detail": 2}] * 3)
+        log += check.warnings()
+        lines = SimpleNamespace(split=lambda _end: each(str, "one", "- two", "", "``` three", "four", "```", "five"))
+        for block in blocks(lines):
+            log.append(block)
+        one._prose_blocks = lambda _page: each(str, "Reads files [a:L1]. Writes", "Reads all files [a:L2]", "four")
+        log += one.cited_claims("page")
+        one._SENTENCE_END_RE = SimpleNamespace(split=lambda _block: each(str, "Reads files [a:L1]", "two"))
+        log += one.cited_claims("page")
+        one.cited_claims = lambda _page: each(SimpleNamespace, *[{"path": "a", "start": 1, "end": 1}] * 3)
+        log.append(one.check_citations(Client(), "", repo, max_questions=2))
+        result = SimpleNamespace(findings=lambda _page: [])
+        checker = SimpleNamespace(check=lambda _page: result)
+        one.CitationChecker = SimpleNamespace(enabled=lambda *_three: checker)
+        for items in ((each(tuple, "ab", "cd", "ef")), zip(each(str, "a", "b", "c"), each(str, "d", "e", "f"))):
+            log += one.citation_lint_findings(1, SimpleNamespace(items=lambda: items), repo)
+        return log
+
+    agree(both, seen_of)
+
+
 def test_a_failure_is_told_in_order(both):
     def seen_of(one):
         def failing(*_given, **_named):

@@ -72,12 +72,21 @@ inline Ref next(Borrowed iterator) {
     return item;
 }
 
-// `for item in iterable`: `next()` gives an empty Ref at the end.
+// `for item in iterable`, as `while (iteration.next(item))`. As a variable of Python does, `item` keeps what it holds
+// until it gets another value, so also after the end, when the iterator is gone and there is no next one to ask for.
 class Iteration {
   public:
     explicit Iteration(Borrowed iterable) : iterator_(steal(api(PyObject_GetIter, iterable.get()))) {}
 
-    Ref next() { return py::next(iterator_); }
+    bool next(Ref& item) {
+        Ref found = py::next(iterator_);
+        if (!found) {
+            iterator_ = Ref();
+            return false;
+        }
+        item = std::move(found);
+        return true;
+    }
 
   private:
     Ref iterator_;

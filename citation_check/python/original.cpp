@@ -6,9 +6,10 @@ namespace py {
 
 namespace {
 
-// The code that a call of this object runs, for a Python function; empty for anything else.
-PyObject* code_of(PyObject* object) noexcept {
-    return object != nullptr && PyFunction_Check(object) ? PyFunction_GET_CODE(object) : nullptr;
+// What a call of this object runs, as an Original keeps it; borrowed.
+std::array<PyObject*, 3> called_by(PyObject* object) noexcept {
+    if (object == nullptr || !PyFunction_Check(object)) return {};
+    return {PyFunction_GET_CODE(object), PyFunction_GET_DEFAULTS(object), PyFunction_GET_KW_DEFAULTS(object)};
 }
 
 // What a class or a module holds under a name; NULL for nothing.
@@ -19,27 +20,36 @@ PyObject* attribute_of(PyObject* object, PyObject* name) noexcept {
 
 Ref keep(PyObject* object) noexcept { return take(Py_XNewRef(object)); }
 
+std::array<Ref, 3> keep(const std::array<PyObject*, 3>& called) noexcept {
+    return {keep(called[0]), keep(called[1]), keep(called[2])};
+}
+
+bool are_same(const std::array<PyObject*, 3>& now, const std::array<Ref, 3>& kept) noexcept {
+    return now[0] == kept[0].get() && now[1] == kept[1].get() && now[2] == kept[2].get();
+}
+
 }  // namespace
 
 void Original::remember(Borrowed object, std::initializer_list<Borrowed> attributes) {
     std::vector<Part> parts;
     for (const Borrowed name : attributes) {
         PyObject* const value = attribute_of(object.get(), name.get());
-        parts.push_back({name.get(), keep(value), keep(code_of(value))});
+        parts.push_back({name.get(), keep(value), keep(called_by(value))});
     }
     parts_ = std::move(parts);
-    code_ = keep(code_of(object.get()));
+    called_ = keep(called_by(object.get()));
     type_ = borrow(reinterpret_cast<PyObject*>(object.type()));
     object_ = borrow(object);
-    is_replaceable_ = code_ || !parts_.empty();
+    is_replaceable_ = called_[0] || !parts_.empty();
 }
 
 bool Original::has_same_parts() const noexcept {
     PyObject* const object = object_.get();
-    if (reinterpret_cast<PyObject*>(Py_TYPE(object)) != type_.get() || code_of(object) != code_.get()) return false;
+    if (reinterpret_cast<PyObject*>(Py_TYPE(object)) != type_.get() || !are_same(called_by(object), called_))
+        return false;
     return std::ranges::all_of(parts_, [object](const Part& part) {
         PyObject* const value = attribute_of(object, part.name);
-        return value == part.value.get() && code_of(value) == part.code.get();
+        return value == part.value.get() && are_same(called_by(value), part.called);
     });
 }
 
@@ -50,10 +60,10 @@ Borrowed Original::attribute(std::size_t place) const noexcept {
 int Original::visit(visitproc visit, void* arg) const {
     Py_VISIT(object_.get());
     Py_VISIT(type_.get());
-    Py_VISIT(code_.get());
+    for (const Ref& part : called_) Py_VISIT(part.get());
     for (const Part& part : parts_) {
         Py_VISIT(part.value.get());
-        Py_VISIT(part.code.get());
+        for (const Ref& called : part.called) Py_VISIT(called.get());
     }
     return 0;
 }
@@ -62,7 +72,7 @@ void Original::clear() {
     // Moved out first: what dies here may run Python code that asks again.
     const Ref object = std::move(object_);
     const Ref type = std::move(type_);
-    const Ref code = std::move(code_);
+    const Called called = std::move(called_);
     const std::vector<Part> parts = std::move(parts_);
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <initializer_list>
 #include <vector>
 
@@ -16,7 +17,7 @@ class Original {
     void remember(Borrowed object, std::initializer_list<Borrowed> attributes = {});
 
     // Whether `object` is the one remembered, its remembered attributes hold the same objects, and its functions have
-    // the same code. Valid only until Python code runs again.
+    // the same code and defaults. Valid only until Python code runs again.
     bool is(Borrowed object) const noexcept { return object.get() == object_.get() && is_unpatched(); }
 
     // Whether that holds of the object remembered; false before there is one.
@@ -37,15 +38,18 @@ class Original {
   private:
     bool has_same_parts() const noexcept;
 
+    // What a call of a Python function runs: its code with the defaults; all empty for anything else.
+    using Called = std::array<Ref, 3>;
+
     struct Part {
         PyObject* name;
         Ref value;  // empty for an attribute that was not there
-        Ref code;   // of a Python function; else empty
+        Called called;
     };
 
     Ref object_;
     Ref type_;
-    Ref code_;
+    Called called_;
     std::vector<Part> parts_;
     bool is_replaceable_ = false;  // there is anything that could be replaced in place
 };

@@ -26,4 +26,11 @@ inline bool is_traced() noexcept {
 // leave that in the generator.
 inline PyObject*& handled_exception() noexcept { return PyThreadState_Get()->exc_info->exc_value; }
 
+// For the error of a generator expression that C++ runs: StopIteration becomes what a generator makes of it.
+// PyErr_Format with PyException_SetCause.
+inline void leave_generator_expression() noexcept {
+    if (PyErr_ExceptionMatches(PyExc_StopIteration) == 0) return;
+    _PyErr_FormatFromCause(PyExc_RuntimeError, "generator raised StopIteration");
+}
+
 }  // namespace py::interpreter
