@@ -59,11 +59,10 @@ class Lines {
   public:
     explicit Lines(Borrowed scan) : source_(item(scan, source)) {
         is_plain_ = py::text::is_plain(source_);
-        Ref last = take_item(scan, last_line);
         if (is_plain_) {
-            place_ = static_cast<std::size_t>(py::plain_integer(last).value_or(-1));
+            place_ = static_cast<std::size_t>(py::plain_integer(item(scan, last_line)).value_or(-1));
         } else {
-            line_ = std::move(last);
+            line_ = take_item(scan, last_line);
             if (PyIter_Check(source_.get()) == 0) source_ = Ref();
         }
     }
@@ -77,6 +76,7 @@ class Lines {
     }
 
     Borrowed line() const { return line_; }
+    bool is_plain() const { return is_plain_; }
 
     void save(Borrowed scan) {
         Ref last = is_plain_ ? py::integer(static_cast<Py_ssize_t>(place_)) : std::move(line_);
@@ -161,7 +161,8 @@ Ref next_block(State& state, Borrowed scan) {
     const Ref block = py::new_list();
     set_item(scan, block_lines, py::borrow(block));
     Lines lines(scan);
-    Line line = {take_item(scan, stripped_line), {}};
+    // The stripped line of a plain text has no end that could be seen.
+    Line line = {lines.is_plain() ? item(scan, stripped_line) : take_item(scan, stripped_line), {}};
     const Ref fenced = item(scan, in_fence);
     if (fenced.is_none()) py::append(block, without_list_mark(state, line));
     bool inside = py::truth(fenced);

@@ -15,7 +15,7 @@ from command.terminal import complain
 from quenlow.engines.decision import DecisionConfig
 
 # Where source lines and the key go, and which files are written, the user says and not the repository.
-_OF_THE_USER = "command targets repo consent model-url scheduler output write-baseline dry-run".split()
+_OF_THE_USER = "command targets repo consent cache model-url scheduler output write-baseline dry-run".split()
 _ABOUT = """Check the sentences of a wiki against the source lines that they cite, as in [src/app.py:L10-L12].
 The embedded model compares words and numbers, not meaning; with --model-url a language model is asked."""
 _END = """Options may also stand in the repository's wiki.toml, or under [tool.wiki] in its pyproject.toml,
@@ -97,7 +97,7 @@ def _settings(wiki: ArgumentParser, options: Namespace) -> Iterator[str]:
         if option.replace("-", "_") not in options:
             wiki.error(f"{file}: unknown key: {key}")
         for one in value if isinstance(value, list) else [value]:
-            path = options.repo / one if option in ("baseline", "cache") else one
+            path = options.repo / one if option == "baseline" else one
             if one is not False:
                 yield f"--{option}" if one is True else f"--{option}={path}"
 

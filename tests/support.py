@@ -45,7 +45,7 @@ def outcome(call: Callable[..., Any], *given: Any, **named: Any) -> str:
     try:
         result = repr(call(*given, **named))
     except BaseException as error:
-        result = f"{type(error).__qualname__}: {error} in {type(error.__context__).__qualname__}"
+        result = f"{type(error).__qualname__}: {error} {getattr(error, 'name', '')} in {type(error.__context__).__qualname__}"
     return re.sub(r" at 0x\w+", "", result.replace("citation_check_plain", "citation_check"))
 
 

@@ -68,7 +68,7 @@ def files(repo, monkeypatch):
         " 1 | def", "1 finding"]),
     (LINT, {"repo/pyproject.toml": '[tool.wiki]\nfail-on = "never"', **ONE_WRONG}, 0, ["1 finding"]),
     (LINT, {"repo/wiki.toml": "fail_hard = 1"}, 2, ["wiki.toml: unknown key: fail_hard"]),
-    (LINT, {"repo/wiki.toml": "consent = true"}, 2, ["wiki.toml: consent is for the command line"]),
+    (LINT, {"repo/wiki.toml": 'cache = "/x"'}, 2, ["wiki.toml: cache is for the command line"]),
     (LINT, {"repo/pyproject.toml": "tool.wiki = 1"}, 2, ["cannot read", "pyproject.toml"]),
     ([*LINT, "--baseline", "repo/src/app.py"], {}, 2, ["is no baseline"]),
     ([*LINT, "--max-calls-per-batch", "-1"], {}, 2, ["not a count"]),

@@ -87,7 +87,7 @@ def always(*values):
 LIMITS = None, 0, -3, 12.5, 13, 10**30, -(10**30), "12", True, Index(0), Index(1), Bool()
 ODD = [fail, int, lambda *_two: Bool(True), lambda *_two: Bool(), lambda *two: [Text(two[-1])]]
 PATTERNS = [None, re.compile("x*"), re.compile(r"\w+", re.ASCII), *map(pattern, ODD)]
-KEYS = [["src/app.py", 1, 2], ("a", 1), ("a", 1, 2, 3), None, ("a", "1", 2), ("a", 1.0, 2), ("a", True, 2),
+KEYS = [["src/app.py", 1, 2], ("a", -(9**99), 2), ("a", 1), ("a", 1, 2, 3), None, ("a", "1", 2), ("a", 1.0, 2), ("a", True, 2),
         odd(getitem=lambda _self, at: "abc"[at])(), odd(iter=lambda _self: chain("abc", map(fail, "d")))()]
 ANSWERS = [SimpleNamespace(verdict=verdict) for verdict in ([], None, Text("contradicts"))]
 VALUES = {
@@ -167,7 +167,7 @@ LIBRARY = [
     (os.path, "realpath", lambda path, **_named: str(path).replace("app", "no")), (os.path, "realpath", fail),
     (Path, "resolve", lambda self, **_named: self / "src"), (Path, "open", fail), (Path, "__fspath__", fail),
     (Path, "read_text", lambda *_given, **_named: "line 1\nread"), (PosixPath, "read_text", fail),
-    (Path, "is_relative_to", lambda *_two: True), (Path, "relative_to", fail), (Path, "__new__", fail),
+    (Path, "is_relative_to", lambda *_two: True), (pathlib.PurePath, "is_relative_to", fail), (Path, "__new__", fail),
     (Path, "__truediv__", lambda self, _path: joined(self, "src/app.py")), (Path, "__str__", fail),
     (MODULES, "re", module_like(vars(re))), (re, "_compile", fail), (os, "lstat", fail), (os, "readlink", fail),
     (io, "open", fake), (io, "open", fail), (io, "text_encoding", fail), (os, "stat", fail), (Path, "stat", fail),

@@ -11,7 +11,7 @@ from support import Text, agree, ended, outcome
 NEAR = [*map(Path, "repo link-to-repo link-to-link repo/. repo/src/.. repo/up/repo repo/here".split())]
 FAR = [*map(Path, "repo/src link-to-src repo/f repo/a/b repo/loop nowhere a\0 \ud800".split(" "))]
 PATHS = """src . missing f/more dangling /etc/passwd //etc/passwd /proc/self/environ loop loop/x loop/../f
-to-f/ here/ bom bad crs""".split() + ["", "src\0/f", "\ud800", Text("to-f"), Path("to-f"), 7, None, b"src"]
+to-f/ here/ bom bad crs""".split() + ["", "src\0/f", "\ud800", "\udcfe", Text("to-f"), Path("to-f"), 7, None, b"src"]
 
 
 @pytest.fixture
@@ -19,6 +19,9 @@ def files(tmp_path):
     repo = lay_out(tmp_path)
     (repo / "bom").write_bytes(b"\xef\xbb\xbffirst\r\nsecond\rthird")
     (repo / "crs").write_bytes(b"a\r\r\nb\r")
+    (repo / "\udcfe").write_text("named by no text")
+    (twin := repo / str(repo)[1:] / "f").parent.mkdir(parents=True)
+    twin.write_text("the path of another file, below this root")
     (repo / "bad").write_bytes(b"a\xffb\xed\xa0\x80\xf0\x9f\x98c\x00")
     return repo
 
