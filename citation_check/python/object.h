@@ -33,7 +33,8 @@ class Ref {
     Ref(Ref&& other) noexcept : object_(other.relinquish()) {}
     Ref(const Ref&) = delete;
     Ref& operator=(const Ref&) = delete;
-    ~Ref() {
+    // A call for each of the many that are empty or shared would be a thirtieth of an extraction.
+    [[gnu::always_inline]] ~Ref() {
         if (object_ != nullptr) release(object_);
     }
 

@@ -15,6 +15,12 @@ inline bool is_finalizing() noexcept { return _Py_IsFinalizing() != 0; }
 // `__mro__`, from 3.12 on.
 inline PyObject* class_attribute(PyTypeObject* type, PyObject* name) noexcept { return _PyType_Lookup(type, name); }
 
+// A number that stands for all that a class and its bases hold, and changes with any of it; 0 for none yet.
+// PyType_GetDict with PyType_Watch, from 3.12 on.
+inline unsigned int class_version(PyTypeObject* type) noexcept {
+    return PyType_HasFeature(type, Py_TPFLAGS_VALID_VERSION_TAG) ? type->tp_version_tag : 0;
+}
+
 // Whether a tracer or a profiler sees the calls of this thread. The fields of the same name stay in later versions.
 inline bool is_traced() noexcept {
     const PyThreadState* const thread = PyThreadState_Get();
