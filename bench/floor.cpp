@@ -12,13 +12,13 @@
 namespace {
 
 using py::Borrowed;
+using py::interned;
 using py::Ref;
 using py::steal;
 
 // What a sentence has for the host: no citation, citations of a text too short for a claim, or claims.
 enum Carries : long { nothing, citations, claims };
 
-Ref interned(const char* name) { return steal(PyUnicode_InternFromString(name)); }
 Borrowed at(Borrowed tuple, Py_ssize_t place) { return PyTuple_GET_ITEM(tuple.get(), place); }
 
 template <class Body>

@@ -2,7 +2,6 @@
 
 #include <utility>
 
-#include "extract.h"
 #include "originals.h"
 #include "python/text.h"
 
@@ -14,7 +13,7 @@ using py::Ref;
 Blocks::Blocks(State& state, Borrowed markdown) : state_(state) {
     const Ref prose_blocks = state.global(state.names.prose_blocks);
     if (state.kept(Kept::prose_blocks).is_untraced(prose_blocks) && py::text::is_plain(markdown)) {
-        scan_ = begin_scan(state, markdown);
+        scan_.emplace(Lines(py::borrow(markdown), 0));
     } else {
         generator_.emplace(py::call(prose_blocks, markdown));
     }
@@ -23,11 +22,11 @@ Blocks::Blocks(State& state, Borrowed markdown) : state_(state) {
 bool Blocks::next(Ref& block) {
     const py::Original& prose_blocks = state_.kept(Kept::prose_blocks);
     if (scan_ && !runs_no_python_code() && prose_blocks.is_unpatched()) {
-        const Ref scan = std::exchange(scan_, Ref());
+        const Ref scan = to_list(state_, *std::exchange(scan_, {}));
         generator_.emplace(py::call(prose_blocks.object(), scan));
     }
     if (!scan_) return generator_->next(block);
-    block = next_block(state_, scan_);
+    block = cut_block(state_, *scan_, py::new_list());
     return !block.is_none();
 }
 

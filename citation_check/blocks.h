@@ -2,8 +2,7 @@
 
 #include <optional>
 
-#include "python/call.h"
-#include "state.h"
+#include "prose.h"
 
 namespace citation_check {
 
@@ -19,8 +18,8 @@ class Blocks {
     bool runs_no_python_code();
 
     State& state_;
-    py::Ref scan_;   // empty once the generator has it
-    py::Ref fence_;  // the last `_FENCE_RE` that was found to be a standard pattern for text
+    std::optional<Scan> scan_;  // empty once the generator has it
+    py::Ref fence_;             // the last `_FENCE_RE` that was found to be a standard pattern for text
     std::optional<py::Iteration> generator_;
 };
 

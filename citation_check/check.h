@@ -11,8 +11,8 @@ py::Ref score(State& state, py::Borrowed self);
 py::Ref findings(State& state, py::Borrowed self, py::Borrowed page_id);
 py::Ref warnings(State& state, py::Borrowed self);
 
-// The first half of `check_citations`: the list of pairs of a claim and its passage that are asked about, and how many
-// claims are skipped.
+// The first half of `check_citations`: the list of pairs of a claim and its passage that are asked about, how many
+// claims are skipped, and the last claim with its passage, which live on as variables of a loop do.
 py::Ref select_claims(State& state, py::Borrowed sources, py::Borrowed markdown, py::Borrowed max_questions);
 
 // `check_citations.<locals>.ask`: the question of one such pair, on a worker thread.

@@ -4,7 +4,6 @@
 
 namespace citation_check {
 
-using py::attr;
 using py::Borrowed;
 using py::call;
 using py::call_method;

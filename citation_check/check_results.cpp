@@ -28,15 +28,16 @@ Ref score(State& state, Borrowed self) {
     if (!py::truth(attr(self, names.checked))) return py::none();
     Py_ssize_t supported = 0;
     py::Iteration entries(attr(self, names.checked));
-    try {
+    const bool is_counted = py::succeeds([&] {
         Ref checked;
         while (entries.next(checked)) {
             const Ref verdict = attr(attr(checked, names.answer), names.verdict);
             if (py::compare(verdict, names.supports, Py_EQ)) ++supported;
         }
-    } catch (const py::Error&) {
-        py::interpreter::leave_generator_expression();
-        throw;
+    });
+    if (!is_counted) {
+        py::api(py::interpreter::leave_generator_expression);
+        throw py::Error{};
     }
     const Ref total = py::integer(py::length(attr(self, names.checked)));
     return steal(py::api(PyNumber_TrueDivide, py::integer(supported).get(), total.get()));
@@ -45,15 +46,15 @@ Ref score(State& state, Borrowed self) {
 Ref findings(State& state, Borrowed self, Borrowed page_id) {
     const auto& names = state.names;
     Ref out = py::new_list();
-    Ref checked, finding, claim;
-    std::array<Ref, 3> entry;
+    Ref checked, entry, claim;
+    std::array<Ref, 3> parts;
     py::Iteration entries(attr(self, names.checked));
     while (entries.next(checked)) {
         const Ref get = attr(state.global(names.VERDICT_FINDINGS), names.get);
-        finding = call(get, attr(attr(checked, names.answer), names.verdict));
-        if (finding.is_none()) continue;
-        entry = py::unpack<3>(finding);
-        const auto& [severity, kind, wording] = entry;
+        entry = call(get, attr(attr(checked, names.answer), names.verdict));
+        if (entry.is_none()) continue;
+        parts = py::unpack<3>(entry);
+        const auto& [severity, kind, wording] = parts;
         claim = attr(checked, names.claim);
         const Ref text = detail(state, claim, wording);
         py::append(out, make_finding(state, severity, kind, py::list_of(page_id), text));

@@ -92,13 +92,14 @@ bool ClaimList::add_plain(Borrowed type, Borrowed claim, Borrowed path, Borrowed
     const auto& names = state_.names;
     // What the `__init__` of a frozen dataclass does, without running it.
     const Ref no_arguments = steal(PyTuple_New(0));
-    record_ = steal(
+    Ref record = steal(
         py::api(PyBaseObject_Type.tp_new, reinterpret_cast<PyTypeObject*>(type.get()), no_arguments.get(), nullptr));
     const std::pair<Borrowed, Borrowed> fields[] = {
         {names.claim, claim}, {names.path, path}, {names.start, start}, {names.end, end}};
     for (const auto& [name, value] : fields) {
-        py::check(py::api(PyObject_GenericSetAttr, record_.get(), name.get(), value.get()));
+        py::check(py::api(PyObject_GenericSetAttr, record.get(), name.get(), value.get()));
     }
+    record_ = std::move(record);
     if (!is_positive(start)) return true;
     const auto count = static_cast<std::size_t>(PyList_GET_SIZE(records_.get()));
     const std::size_t known = places_.find_or_add(*fingerprint, count);

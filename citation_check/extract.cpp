@@ -1,11 +1,8 @@
 #include "extract.h"
 
-#include <vector>
-
 #include "blocks.h"
 #include "claim_list.h"
 #include "host.h"
-#include "originals.h"
 #include "python/number.h"
 #include "python/text.h"
 #include "scan.h"

@@ -16,6 +16,9 @@ def frozen(source: str, file: str) -> bytes:
     definitions = (ast.ClassDef, ast.FunctionDef)
     first = next(place for place, node in enumerate(module.body) if isinstance(node, definitions))
     rest = module.body[first:]
+    for node in rest:
+        if not isinstance(node, (*definitions, ast.Assign)):
+            raise SystemExit(f"{file}:{node.lineno}: only definitions and plain assignments may follow the first")
     names = [node.name for node in rest if isinstance(node, definitions)]
     names += [target.id for node in rest if isinstance(node, ast.Assign) for target in node.targets]
     [define] = ast.parse("def define(native): pass").body

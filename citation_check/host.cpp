@@ -2,7 +2,6 @@
 
 #include "originals.h"
 #include "python/error.h"
-#include "python/text.h"
 
 namespace citation_check::host {
 

@@ -19,7 +19,7 @@ bool is_fence(State& state, Borrowed line);
 // All citations of a sentence.
 struct Citations {
     std::vector<Ref> matches;  // left to right
-    // Whether a standard pattern found them in a plain text: no Python code ran, and `spans` has their places.
+    // Whether a standard pattern found them in a plain text, of which `spans` has their places.
     bool standard = false;
     std::vector<py::text::Span> spans;
 };

@@ -72,7 +72,6 @@ struct Names {
     py::Ref fspath_dunder = py::interned("__fspath__");
     py::Ref get = py::interned("get");
     py::Ref getattribute_dunder = py::interned("__getattribute__");
-    py::Ref hash_dunder = py::interned("__hash__");
     py::Ref init_dunder = py::interned("__init__");
     py::Ref io = py::interned("io");
     py::Ref is_relative_to = py::interned("is_relative_to");
@@ -111,7 +110,6 @@ struct Names {
     py::Ref scanner = py::interned("scanner");
     py::Ref search = py::interned("search");
     py::Ref set = py::interned("set");
-    py::Ref setattr_dunder = py::interned("__setattr__");
     py::Ref severity = py::interned("severity");
     py::Ref should_stop = py::interned("should_stop");
     py::Ref skipped = py::interned("skipped");

@@ -76,15 +76,15 @@ void keep_patterns(State& state) {
     }
 }
 
-// The class of the records, with all that making, storing and comparing a record would ask it for.
+// The class of the records, with all that making and comparing a record would ask it for.
 void keep_cited_claim(State& state) {
     const auto& names = state.names;
     const Ref dataclasses = loaded_module("dataclasses");
     if (!dataclasses || !is_function_of(state.global(names.dataclass), dataclasses)) return;
     const Ref type = state.global(names.CitedClaim);
     state.kept(Kept::cited_claim)
-        .remember(type, {names.init_dunder, names.new_dunder, names.setattr_dunder, names.eq_dunder, names.hash_dunder,
-                         names.getattribute_dunder, names.del_dunder, names.claim, names.path, names.start, names.end});
+        .remember(type, {names.init_dunder, names.new_dunder, names.eq_dunder, names.getattribute_dunder,
+                         names.del_dunder, names.claim, names.path, names.start, names.end});
 }
 
 void keep_paths(State& state) {

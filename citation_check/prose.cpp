@@ -1,8 +1,8 @@
+#include "prose.h"
+
 #include <optional>
 
-#include "extract.h"
 #include "host.h"
-#include "originals.h"
 #include "python/number.h"
 #include "python/text.h"
 #include "scan.h"
@@ -16,10 +16,10 @@ using py::steal;
 
 namespace {
 
-// What a scan carries from one block to the next.
+// The items of a scan that is a list.
 enum ScanItem : Py_ssize_t {
-    source,         // the rest of the page: a plain text, or an iterator over lines; None at the end
-    last_line,      // where it ends in a plain text, and the next begins; of another page the line itself
+    source,         // the page: a plain text, or an iterator over lines; None at the end
+    last_line,      // of a plain text the place of the next line; of another page the line itself
     block_lines,    // the list of the current block's lines
     stripped_line,  // the last line, stripped
     in_fence,       // None: no, and the last line completed a block and belongs to the next
@@ -27,7 +27,7 @@ enum ScanItem : Py_ssize_t {
     scan_items
 };
 
-// A scan is found in the variables of a generator, and by the collector, so anybody may have changed it.
+// The list is found in the variables of a generator, and by the collector, so anybody may have changed it.
 void require_scan(bool is_scan) {
     if (!is_scan) py::raise(PyExc_TypeError, "not the scan of a page");
 }
@@ -54,52 +54,29 @@ bool is_scan(State& state, Borrowed object) {
            state.scan_mark.is(PyList_GET_ITEM(object.get(), scan_mark));
 }
 
-// `for line in page.split("\n")`, as far as a scan has come. The lines of a plain text are cut one at a time.
-class Lines {
-  public:
-    explicit Lines(Borrowed scan) : source_(item(scan, source)) {
-        is_plain_ = py::text::is_plain(source_);
-        if (is_plain_) {
-            place_ = static_cast<std::size_t>(py::plain_integer(item(scan, last_line)).value_or(-1));
-        } else {
-            line_ = take_item(scan, last_line);
-            if (PyIter_Check(source_.get()) == 0) source_ = Ref();
-        }
+// Takes the scan out of its list.
+Scan load(Borrowed list) {
+    Ref page = item(list, source);
+    Ref line = take_item(list, last_line);
+    Ref stripped = take_item(list, stripped_line);
+    const Ref fenced = item(list, in_fence);
+    const bool is_pending = fenced.is_none();
+    const bool in_fence = py::truth(fenced);
+    if (py::text::is_plain(page)) {
+        const auto place = static_cast<std::size_t>(py::plain_integer(line).value_or(-1));
+        return {Lines(std::move(page), place), std::move(stripped), is_pending, in_fence};
     }
+    if (PyIter_Check(page.get()) == 0) page = Ref();
+    return {Lines(std::move(page), std::move(line)), std::move(stripped), is_pending, in_fence};
+}
 
-    bool next() {
-        if (is_plain_) return next_of_text();
-        Ref found = source_ ? py::next(source_) : Ref();
-        if (!found) return false;
-        line_ = std::move(found);
-        return true;
-    }
-
-    Borrowed line() const { return line_; }
-    bool is_plain() const { return is_plain_; }
-
-    void save(Borrowed scan) {
-        Ref last = is_plain_ ? py::integer(static_cast<Py_ssize_t>(place_)) : std::move(line_);
-        set_item(scan, last_line, std::move(last));
-    }
-
-  private:
-    bool next_of_text() {
-        const std::size_t size = py::text::size(source_);
-        if (place_ > size) return false;
-        const auto begin = static_cast<Py_ssize_t>(std::exchange(place_, size + 1));
-        const Py_ssize_t feed = PyUnicode_FindChar(source_.get(), '\n', begin, static_cast<Py_ssize_t>(size), 1);
-        const std::size_t end = feed < 0 ? size : static_cast<std::size_t>(feed);
-        if (feed >= 0) place_ = end + 1;
-        line_ = py::text::slice(source_, static_cast<std::size_t>(begin), end);
-        return true;
-    }
-
-    Ref source_;
-    Ref line_;
-    bool is_plain_ = false;
-    std::size_t place_ = 0;
-};
+// Puts the scan into its list, where the collector sees what it holds.
+void store(Borrowed list, Scan scan) {
+    set_item(list, last_line, scan.lines.take_last());
+    set_item(list, source, scan.lines.take_source());
+    set_item(list, stripped_line, scan.stripped ? std::move(scan.stripped) : py::none());
+    set_item(list, in_fence, py::borrow(scan.is_pending ? Py_None : scan.in_fence ? Py_True : Py_False));
+}
 
 // A stripped line, and where its text begins after its list mark: set once C++ has done the work of `_LIST_MARK_RE`,
 // and valid until Python code runs.
@@ -132,62 +109,90 @@ Ref without_list_mark(State& state, Line& line) {
     return call_method(state.global(names.LIST_MARK_RE), names.sub, names.empty, line.stripped);
 }
 
-// `stripped.startswith(("#", "|", ">"))`, for a text that is not empty
-bool is_heading_table_or_quote(State& state, Borrowed stripped) {
+// `stripped and not stripped.startswith(("#", "|", ">"))`
+bool may_be_prose(State& state, Borrowed stripped) {
     const auto& names = state.names;
     if (!py::text::is_plain(stripped)) {
+        if (!py::truth(stripped)) return false;
         const Ref starts = py::tuple_of(names.hash_sign, names.bar, names.greater);
-        return py::truth(call_method(stripped, names.startswith, starts));
+        return !py::truth(call_method(stripped, names.startswith, starts));
     }
+    if (py::text::size(stripped) == 0) return false;
     const Py_UCS4 first = PyUnicode_READ_CHAR(stripped.get(), 0);
-    return first == '#' || first == '|' || first == '>';
+    return first != '#' && first != '|' && first != '>';
+}
+
+// `" ".join(block)`
+Ref join_lines(State& state, Borrowed block) {
+    return steal(py::api(PyUnicode_Join, state.names.space.get(), block.get()));
 }
 
 }  // namespace
 
-Ref begin_scan(State& state, Borrowed markdown) {
-    if (is_scan(state, markdown)) return py::borrow(markdown);
-    Ref rest = py::borrow(markdown);
-    if (!py::text::is_plain(markdown)) {
-        const Ref lines = call_method(markdown, state.names.split, state.names.line_feed);
-        rest = steal(py::api(PyObject_GetIter, lines.get()));
-    }
-    const Ref place = py::integer(0);
-    return py::list_of(rest, place, py::new_list(), Py_None, Py_False, state.scan_mark);
+bool Lines::next() {
+    if (!source_) return false;
+    if (is_text_) return next_of_text();
+    Ref found = py::next(source_);
+    if (!found) return false;
+    line_ = std::move(found);
+    return true;
 }
 
-Ref next_block(State& state, Borrowed scan) {
-    require_scan(is_scan(state, scan));
-    const Ref block = py::new_list();
-    set_item(scan, block_lines, py::borrow(block));
-    Lines lines(scan);
-    // The stripped line of a plain text has no end that could be seen.
-    Line line = {lines.is_plain() ? item(scan, stripped_line) : take_item(scan, stripped_line), {}};
-    const Ref fenced = item(scan, in_fence);
-    if (fenced.is_none()) py::append(block, without_list_mark(state, line));
-    bool inside = py::truth(fenced);
+bool Lines::next_of_text() {
+    const std::size_t size = py::text::size(source_);
+    if (place_ > size) return false;
+    const auto begin = static_cast<Py_ssize_t>(std::exchange(place_, size + 1));
+    const Py_ssize_t feed = PyUnicode_FindChar(source_.get(), '\n', begin, static_cast<Py_ssize_t>(size), 1);
+    const std::size_t end = feed < 0 ? size : static_cast<std::size_t>(feed);
+    if (feed >= 0) place_ = end + 1;
+    line_ = py::text::slice(source_, static_cast<std::size_t>(begin), end);
+    return true;
+}
+
+Ref cut_block(State& state, Scan& scan, Borrowed block) {
+    Line line = {std::move(scan.stripped), {}};
+    if (scan.is_pending) py::append(block, without_list_mark(state, line));
+    scan.is_pending = false;
     py::PeriodicYield periodic_yield;
-    while (lines.next()) {
+    while (scan.lines.next()) {
         periodic_yield.step();
-        line = {py::text::strip(lines.line(), state.names.strip), {}};
-        const bool fence = host::is_fence(state, lines.line());
-        if (fence) inside = !inside;
-        const bool prose =
-            !fence && !inside && py::truth(line.stripped) && !is_heading_table_or_quote(state, line.stripped);
+        line = {py::text::strip(scan.lines.line(), state.names.strip), {}};
+        const bool fence = host::is_fence(state, scan.lines.line());
+        if (fence) scan.in_fence = !scan.in_fence;
+        const bool prose = !fence && !scan.in_fence && may_be_prose(state, line.stripped);
         if (PyList_GET_SIZE(block.get()) != 0 && (!prose || is_list_item(state, line))) {
-            lines.save(scan);
-            set_item(scan, stripped_line, std::move(line.stripped));
-            set_item(scan, in_fence, py::borrow(prose ? Py_None : inside ? Py_True : Py_False));
-            return steal(py::api(PyUnicode_Join, state.names.space.get(), block.get()));
+            scan.is_pending = prose;
+            scan.stripped = std::move(line.stripped);
+            return join_lines(state, block);
         }
         if (prose) py::append(block, without_list_mark(state, line));
     }
-    set_item(scan, source, py::none());
-    lines.save(scan);
-    set_item(scan, stripped_line, std::move(line.stripped));
-    set_item(scan, in_fence, py::borrow(Py_False));
-    if (PyList_GET_SIZE(block.get()) == 0) return py::none();
-    return steal(py::api(PyUnicode_Join, state.names.space.get(), block.get()));
+    scan.lines.finish();
+    scan.stripped = std::move(line.stripped);
+    return PyList_GET_SIZE(block.get()) == 0 ? py::none() : join_lines(state, block);
+}
+
+Ref to_list(State& state, Scan scan) {
+    Ref list = py::list_of(Py_None, Py_None, py::new_list(), Py_None, Py_False, state.scan_mark);
+    store(list, std::move(scan));
+    return list;
+}
+
+Ref begin_scan(State& state, Borrowed markdown) {
+    if (is_scan(state, markdown)) return py::borrow(markdown);
+    if (py::text::is_plain(markdown)) return to_list(state, Scan{Lines(py::borrow(markdown), 0)});
+    const Ref lines = call_method(markdown, state.names.split, state.names.line_feed);
+    return to_list(state, Scan{Lines(steal(py::api(PyObject_GetIter, lines.get())), py::none())});
+}
+
+Ref next_block(State& state, Borrowed list) {
+    require_scan(is_scan(state, list));
+    const Ref block = py::new_list();
+    set_item(list, block_lines, py::borrow(block));
+    Scan scan = load(list);
+    Ref text = cut_block(state, scan, block);
+    store(list, std::move(scan));
+    return text;
 }
 
 }  // namespace citation_check

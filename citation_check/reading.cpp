@@ -4,10 +4,9 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <optional>
 #include <span>
 
-#include "confined.h"
+#include "python/error.h"
 #include "python/text.h"
 #include "python/wide.h"
 
@@ -146,22 +145,24 @@ std::optional<std::string> root_path(State& state, Borrowed root) {
 
 }  // namespace
 
-std::optional<Location> locate_in_one_step(State& state, Borrowed root, Borrowed path) {
+std::optional<CitedFile> locate_in_one_step(State& state, Borrowed root, Borrowed path) {
     if (!py::text::is_plain(path) || !is_resolved_by_library(state, root)) return {};
-    const auto inside = root_path(state, root);
+    auto inside = root_path(state, root);
     const auto cited = system_path(path);
     if (!inside || !cited) return {};
     const std::string joined = cited->starts_with('/') ? *cited : *inside + '/' + *cited;
-    return without_lock([&] { return confined::locate(joined); });
+    auto location = without_lock([&] { return confined::locate(joined); });
+    if (!location) return {};
+    return CitedFile{std::move(*location), std::move(*inside)};
 }
 
-Ref read_location(State& state, const Location& location, Borrowed root) {
+Ref read_file(State& state, const CitedFile& file, Borrowed root) {
+    const auto& [location, inside] = file;
     if (!is_resolved_by_library(state, root)) return {};
-    const auto inside = root_path(state, root);
-    if (!inside || !confined::is_inside(location.path, *inside)) return py::borrow(state.names.empty);
+    if (!confined::is_inside(location.path, inside)) return py::borrow(state.names.empty);
     const auto size = static_cast<Py_ssize_t>(location.path.size());
     const Ref shown = steal(py::api(PyUnicode_DecodeFSDefaultAndSize, location.path.data(), size));
-    return empty_on_os_error(state, [&] { return read_located(state, &location, shown, *inside); });
+    return empty_on_os_error(state, [&] { return read_located(state, &location, shown, inside); });
 }
 
 Ref read_target(State& state, Borrowed target, Borrowed root) {

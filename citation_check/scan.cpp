@@ -87,7 +87,8 @@ Py_UCS1* find_untidy(Py_UCS1* const begin, Py_UCS1* const end) {
         const wide::Bytes after = wide::load(at + 1);
         const wide::Bytes marks = wide::equal(after, '.') | wide::equal(after, ',') | wide::equal(after, ';') |
                                   wide::equal(after, ':') | wide::equal(after, '!') | wide::equal(after, '?');
-        if (wide::any(wide::spaces(wide::load(at)) & (wide::spaces(after) | marks))) break;
+        const wide::Bytes untidy = wide::spaces(wide::load(at)) & (wide::spaces(after) | marks);
+        if (wide::any(untidy)) return at + wide::first(untidy);
     }
     return at;
 }

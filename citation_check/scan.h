@@ -7,10 +7,10 @@
 // What the module's own patterns find in plain texts.
 namespace citation_check::scan {
 
+using py::text::Span;
+
 // Where the text begins after its list mark (`_LIST_MARK_RE`); 0 without one.
 std::size_t list_mark_end(py::Borrowed text);
-
-using py::text::Span;
 
 // The first gap between two sentences (`_SENTENCE_END_RE`) at or after `from`; empty at the end of the text for none.
 Span sentence_gap(py::Borrowed block, std::size_t from);

@@ -80,10 +80,10 @@ Ref read(State& state, Borrowed self, Borrowed path) {
     const auto& names = state.names;
     const Ref root = attr(self, names.root);
     Ref known_root;
-    if (const auto location = locate_in_one_step(state, root, path)) {
+    if (const auto file = locate_in_one_step(state, root, path)) {
         known_root = attr(self, names.root);
         // Reading the root once more may have run Python code.
-        Ref text = known_root.is(root) ? read_location(state, *location, root) : Ref();
+        Ref text = known_root.is(root) ? read_file(state, *file, root) : Ref();
         if (text) return text;
     }
     const Ref joined = steal(py::api(PyNumber_TrueDivide, root.get(), path.get()));

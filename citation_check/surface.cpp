@@ -4,6 +4,7 @@
 #include "entry.h"
 #include "extract.h"
 #include "frozen_surface.h"
+#include "prose.h"
 #include "python/frozen.h"
 #include "python/native.h"
 #include "sources.h"

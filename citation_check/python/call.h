@@ -156,12 +156,7 @@ class ContextManager {
     template <class Body>
     bool run(Body body) {
         const Ref entered = call(enter_);
-        try {
-            body(Borrowed(entered));
-        } catch (...) {
-            set_error_from_exception();
-            return exit_with_error();
-        }
+        if (!succeeds([&] { body(Borrowed(entered)); })) return exit_with_error();
         call(exit_, Py_None, Py_None, Py_None);
         return true;
     }

@@ -10,27 +10,30 @@ namespace py {
 // already, what means that memory does not suffice is MemoryError, and what nobody foresaw is SystemError.
 void set_error_from_exception() noexcept;
 
+// Runs `body`; false with the interpreter's error set when it threw. Python code may run after this, but not in a C++
+// handler: a thread that the interpreter ends there cannot be parked, and aborts the process.
+template <class Body>
+bool succeeds(Body body) noexcept {
+    try {
+        body();
+        return true;
+    } catch (...) {
+        set_error_from_exception();
+        return false;
+    }
+}
+
 // The edge to the interpreter: what `body` returns, or NULL with the error set.
 template <class Body>
 PyObject* guarded(Body body) noexcept {
-    try {
-        return body().relinquish();
-    } catch (...) {
-        set_error_from_exception();
-        return nullptr;
-    }
+    Ref result;
+    return succeeds([&] { result = body(); }) ? result.relinquish() : nullptr;
 }
 
 // The same edge for slots that report a status: 0, or -1 with the error set.
 template <class Body>
 int guarded_status(Body body) noexcept {
-    try {
-        body();
-        return 0;
-    } catch (...) {
-        set_error_from_exception();
-        return -1;
-    }
+    return succeeds(body) ? 0 : -1;
 }
 
 // The error that was set, as an `except` clause holds it: while this lives it is the handled exception
@@ -59,12 +62,9 @@ class Handled {
 
 // `try: body()`, `except kind as error: handler(error)`; whatever is not of `kind` passes through.
 template <class Body, class Handler>
-auto try_except(PyObject* kind, Body body, Handler handler) -> decltype(body()) {
-    try {
-        return body();
-    } catch (...) {
-        set_error_from_exception();
-    }
+Ref try_except(PyObject* kind, Body body, Handler handler) {
+    Ref result;
+    if (succeeds([&] { result = body(); })) return result;
     Handled error;
     if (PyErr_GivenExceptionMatches(error.value().get(), kind) == 0) error.reraise();
     return handler(error);

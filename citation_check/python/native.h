@@ -10,20 +10,17 @@ namespace py {
 
 namespace detail {
 
-template <class State, class... Values, std::size_t... Index>
-PyObject* enter(Ref (*body)(State&, Values...), PyObject* self, PyObject* const* arguments, Py_ssize_t count,
-                std::index_sequence<Index...> /*places*/) noexcept {
+template <class State, class... Values>
+PyObject* enter(Ref (*body)(State&, Values...), PyObject* self, PyObject* const* arguments, Py_ssize_t count) noexcept {
     return guarded([&] {
         if (count != sizeof...(Values)) {
             raise(PyExc_TypeError, "expected %zd arguments, got %zd", sizeof...(Values), count);
         }
-        return body(State::of(self), Borrowed(arguments[Index])...);
+        return [&]<std::size_t... Index>(std::index_sequence<Index...>) {
+            return body(State::of(self), Borrowed(arguments[Index])...);
+        }
+        (std::index_sequence_for<Values...>{});
     });
-}
-
-template <class State, class... Values>
-PyObject* enter(Ref (*body)(State&, Values...), PyObject* self, PyObject* const* arguments, Py_ssize_t count) noexcept {
-    return enter(body, self, arguments, count, std::index_sequence_for<Values...>{});
 }
 
 template <auto Body>

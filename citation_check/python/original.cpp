@@ -47,15 +47,10 @@ bool Original::has_same_parts() const noexcept {
     PyObject* const object = object_.get();
     if (reinterpret_cast<PyObject*>(Py_TYPE(object)) != type_.get() || !are_same(called_by(object), called_))
         return false;
-    const unsigned int version =
-        PyType_Check(object) ? interpreter::class_version(reinterpret_cast<PyTypeObject*>(object)) : 0;
-    if (version == 0 || version != version_) {
-        const auto is_same = [object](const Part& part) { return part.value.is(attribute_of(object, part.name)); };
-        if (!std::ranges::all_of(parts_, is_same)) return false;
-        version_ = version;
-    }
-    return std::ranges::all_of(
-        parts_, [](const Part& part) { return !part.called[0] || are_same(called_by(part.value.get()), part.called); });
+    return std::ranges::all_of(parts_, [object](const Part& part) {
+        PyObject* const value = attribute_of(object, part.name);
+        return value == part.value.get() && (!part.called[0] || are_same(called_by(value), part.called));
+    });
 }
 
 Borrowed Original::attribute(std::size_t place) const noexcept {

@@ -51,9 +51,6 @@ class Original {
     Ref type_;
     Called called_;
     std::vector<Part> parts_;
-    // The class's version when its attributes were last found to be the same; 0 for none. While this keeps their
-    // values, replacing one runs no Python code before the version changes.
-    mutable unsigned int version_ = 0;
     bool is_replaceable_ = false;  // there is anything that could be replaced in place
 };
 

@@ -60,7 +60,7 @@ inline Ref slice(Borrowed plain, std::size_t from, std::size_t to) {
 // `value.strip()`; `name` is "strip".
 Ref strip(Borrowed value, Borrowed name);
 
-// `not value.strip()`
+// `not value.strip()`; `name` is "strip".
 bool is_blank(Borrowed value, Borrowed name);
 
 // `"\n".join(plain.splitlines()[first:stop])[:limit]`, without cutting the rest of the text into lines.
