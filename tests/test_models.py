@@ -115,7 +115,7 @@ def test_unanswered_and_kept_questions():
     (("supports", ""), "Seconds: `1xDays` stops three hooks.", "// stop\nhooks = ['a', 'b, c', second]"),
     (("contradicts", "the sentence says 2 MiB, the lines 1048576"), "It reads 2 MiB.", "read(1 << 20)"),
     (("contradicts", "the sentence says Four, the lines 3 items"), "Four hooks run.", "hooks = [a, b, c]"),
-    (("says_nothing", "not in the lines: 7, drop"), "`drop` keeps 7 of the lines.", "keep(lines)"),
+    (("says_nothing", "not in the lines: 7, drop"), "It may `drop` 7 of the lines.", "keep(lines)"),
 ])
 def test_words(answer, sentence, lines):
     assert WordModel().answer(*citation_request(sentence, lines), lambda: False) == answer

@@ -2,12 +2,13 @@
 
 import re
 from collections.abc import Callable, Iterable
+from itertools import permutations
+from typing import NamedTuple
 
 from quenlow.engines.model import Answer, Question, State
 from quenlow.engines.quantities import NUMBER_WORDS, UNITS, Quantity, list_sizes, multiplied_out
 
-_ENOUGH = 0.4  # the share of a sentence's words that its lines must hold
-_NAME_WEIGHT = 2  # of a name in backticks that is not in the lines
+_EXACT = 3  # what a number, or a name that is not in the lines, weighs against a word
 _NEAR = 3  # how many words away from a number stands what it counts or names
 _STEM = 3  # "req" stands for "request"; a shorter word stands for itself alone
 _TOLD = 5  # words in a reason, at most
@@ -17,90 +18,140 @@ _TOKEN_RE = re.compile(
     rf"(?<![^\W\d])(?<![^\W\d][-/])(?P<number>{_NUMBER})|{_NUMBER}"
     r"|(?P<word>[KMG]iB|[A-Z]{2,40}(?![a-z])|[A-Z]?[^\W\d_A-Z]{1,40})"
 )
-_NAME_RE = re.compile(r"`([^`\s]+)`")
+_NAME_RE = re.compile(r"(?<!^)`([^`\s]+)`|(?<![\w`/.-])([A-Z]{3,40})(?![\w`]|[- ][0-9])")
+_STANDARD_RE = re.compile(r"\b[Ss]tandard (in|out|err)(?:put|or)\b")
+_CAPITALS_RE = re.compile(r"\b[A-Z]{2,18} $")
 _SUFFIX_RE = re.compile(r"(?<=..)s$|(?<=...)(?:ings?|ions?|ed|ers?|ies|e?s|ly|y|e)$")
 
+# Grammar, and what nearly all code and nearly all sentences about code have.
 _STOP_WORDS = frozenset(
-    "a about after again all also an and another any are as at be because been before between both but by"
-    " can could do does each either else every first for from gets given goes had has have here how however"
-    " if in into is it its just last like made makes many may more most much must neither never no none nor"
-    " not nothing now of off often on once one only or other others our out over own same should since so"
-    " some such takes than that the their them then there these they this those through to too under until"
-    " up upon used uses using very via was we were what when where which while who whose why will with"
-    " within without would you your".split()
+    "a about after again all already also always an and another any are as asked asks at be because"
+    " become becomes been before between both but by called calls can come comes could count counts"
+    " default defaults do does each either else even ever every first for from gets given goes had has"
+    " have here how however if in into is it its just keep keeps kept last later left let lets like look"
+    " looks made makes many may mean means more most much must named names neither never no none nor not"
+    " nothing now of off often on once one only or other others otherwise our out over own same say says"
+    " set sets should since so some stand stands still such take taken takes tell tells than that the"
+    " their them then there these they thing things this those through to told too turn turns under unless"
+    " until up upon used uses using value values very via was way we were what when where which while who"
+    " whole whose why will with within without work works would yet you your".split()
 )
 
 
-class WordModel:
-    """Lines contradict a sentence if they hold another number next to the same words as a number of it.
+def _stem(word: str) -> str:
+    """Without its ending, and in American spelling."""
+    return _SUFFIX_RE.sub("", word).replace("our", "or").replace("is", "iz")
 
-    They say nothing about it if too few of its words are there. The opposite in the same words passes.
+
+_OPPOSITES = [
+    pair
+    for opposites in (
+        "above/below accept/reject add/remove after/before allow/deny allow/reject append/prepend"
+        " ascend/descend async/sync child/parent close/open decode/encode decrease/increase disable/enable"
+        " drop/keep end/start exclude/include false/true inner/outer input/output keep/remove left/right"
+        " local/remote lock/unlock lower/upper max/min maximum/minimum newest/oldest private/public"
+        " read/write stderr/stdout strict/loose strong/weak"
+    ).split()
+    for pair in permutations(map(_stem, opposites.split("/")))
+]
+
+
+class WordModel:
+    """Lines support a sentence if what they have of it outweighs half of what they lack.
+
+    A number that they have otherwise, or an opposite, contradicts it; of other numbers, none may be missing.
     """
 
-    name = "words 2"
+    name = "words 3"
     costs = False
     trouble = ""
 
     def answer(self, state: State, question: Question, should_stop: Callable[[], bool]) -> Answer:
         (_, claim), (_, passage) = state
-        (words, quantities), (passage_words, others) = _read(claim), _read(passage)
-        wrong, missing = _unsupported(quantities, others, passage)
-        shared = _shared(words, passage_words)
-        names = [name for name in _NAME_RE.findall(claim) if not _read(name)[0].keys() <= shared]
+        said, lines = _read(_STANDARD_RE.sub(r"std\1", claim)), _read(passage.replace("\\n", " newline "))
+        wrong, missing, absent = _unsupported(said.quantities, lines.quantities, passage)
+        wrong += _opposites(said.stems, lines.stems)
+        shared = _shared(said.words, lines.words)
         # A wrong number weighs as much as a right one: it must not turn the sentence into another subject.
-        numbers = len(quantities) - len(missing)
-        weight = len(words) + numbers + _NAME_WEIGHT * len(names)
-        enough = len(shared) + numbers >= max(1, _ENOUGH * weight)
+        found = len(shared) + _EXACT * (len(said.quantities) - len(missing) - len(absent))
+        names = [name[1] or name[2] for name in _NAME_RE.finditer(claim)]
+        absent += [name for name in names if not _read(name).words.keys() <= shared]
+        enough = found and 2 * found >= len(said.words) - len(shared) + _EXACT * len(absent)
         if enough and wrong:
             return Answer("contradicts", "; ".join(wrong))
         if enough and not missing:
             return Answer("supports", "")
-        absent = missing + names or [word for stem, word in words.items() if stem not in shared]
+        absent = missing + absent or [word for stem, word in said.words.items() if stem not in shared]
         return Answer("says_nothing", f"not in the lines: {', '.join(absent[:_TOLD])}")
 
 
-def _unsupported(said: list[Quantity], others: list[Quantity], passage: str) -> tuple[list[str], list[str]]:
-    """The quantities of a sentence that the lines have otherwise, and those that they do not have."""
-    wrong, missing = [], []
-    unseen = [each for each in said if not (each.is_written(passage) or any(map(each.equals, others)))]
-    for size, label in list_sizes(passage) if unseen else ():
-        others.append(Quantity(f"{size} items", size, "", _read(label)[0], counts=True))
-    for quantity in unseen:
+class _Text(NamedTuple):
+    stems: dict[str, str]  # all words by their stems
+    words: dict[str, str]  # those that tell what it is about
+    quantities: list[Quantity]
+
+
+def _unsupported(said: list[Quantity], lines: list[Quantity], passage: str) -> tuple[list[str], ...]:
+    """The quantities of a sentence that the lines have otherwise, that they lack, and vague ones that they lack."""
+    wrong: list[str] = []
+    missing: list[str] = []
+    vague: list[str] = []
+    sizes = [
+        Quantity(f"{size} items", size, "", _read(label).words, counts=True)
+        for size, label in list_sizes(passage)
+    ]
+    for quantity in said:
+        others = [*lines, *sizes] if not quantity.unit else lines
+        if quantity.is_written(passage) or any(map(quantity.equals, others)):
+            continue
         near = [other for other in others if _shared(quantity.near, other.near)]
-        if quantity.unit or not any(map(quantity.equals, near)):
-            # A count in words may be of anything: only the size of a list can show that it is wrong.
-            rivals = [one for one in near if one.counts >= quantity.counts and not any(map(one.equals, said))]
-            if rivals:
-                best = max(rivals, key=lambda other: len(_shared(quantity.near, other.near)))
-                wrong.append(f"the sentence says {quantity.told}, the lines {best.told}")
-            elif not quantity.counts:
-                missing.append(quantity.told)
-    return wrong, missing
+        # A count in words may be of anything: only the size of a list can show that it is wrong.
+        rivals = [one for one in near if one.counts >= quantity.counts and not any(map(one.equals, said))]
+        if rivals:
+            best = max(rivals, key=lambda other: len(_shared(quantity.near, other.near)))
+            wrong.append(f"the sentence says {quantity.told}, the lines {best.told}")
+        else:
+            # A count, or a number that is part of a name, as in "ISO 8601", need not be spelled out.
+            (vague if quantity.told[0].isalpha() and not quantity.unit else missing).append(quantity.told)
+    return wrong, missing, vague
 
 
-def _read(text: str) -> tuple[dict[str, str], list[Quantity]]:
-    """The words of a text, by their stems, and its numbers."""
+def _opposites(said: dict[str, str], others: dict[str, str]) -> list[str]:
+    return [
+        f"the sentence says {said[one]}, the lines {others[other]}"
+        for one, other in _OPPOSITES
+        if one in said and other in others and one not in others and other not in said
+    ]
+
+
+def _read(text: str) -> _Text:
     words: list[tuple[str, str]] = []
+    stems: dict[str, str] = {}
     found: list[tuple[str, str, str, int, bool]] = []
     end = -2  # of the number before
-    for token in _TOKEN_RE.finditer(multiplied_out(text)):
+    text = multiplied_out(text)
+    for token in _TOKEN_RE.finditer(text):
         word = (token["word"] or "").lower()
         if token["number"] or word in NUMBER_WORDS:
             number = re.sub(r"^0+(?=[0-9])|\.0+$|[_',]", "", str(NUMBER_WORDS.get(word, token["number"])))
-            found.append((token[0], number, "", len(words), bool(word)))
+            name = _CAPITALS_RE.search(text, max(0, token.start() - 20), token.start())
+            told = name[0] + token[0] if name else token[0]
+            found.append((told, number, "", len(words), bool(word)))
             end = token.end()
         elif token.start() - end < 2 and (unit := word if word in UNITS else word[:-1]) in UNITS:
             found[-1] = (f"{found[-1][0]} {token[0]}", found[-1][1], unit, len(words), False)
         elif token.start() == end:
             found.pop()  # it is part of a name, as in `1a`
             end = -2
-        elif len(word) > 1 and word not in _STOP_WORDS:
-            words.append((_SUFFIX_RE.sub("", word), word))
+        elif len(word) > 1:
+            stems[stem := _stem(word)] = word
+            if word not in _STOP_WORDS:
+                words.append((stem, word))
     quantities = [
         Quantity(told, number, unit, dict(words[max(0, at - _NEAR) : at + _NEAR]), counts)
         for told, number, unit, at, counts in found
     ]
-    return dict(words), quantities
+    return _Text(stems, dict(words), quantities)
 
 
 def _shared(words: Iterable[str], others: Iterable[str]) -> set[str]:
