@@ -2,40 +2,28 @@
 
 import re
 from collections.abc import Callable, Iterable
-from itertools import permutations
-from typing import NamedTuple
 
 from quenlow.engines.model import Answer, Question, State
 from quenlow.engines.quantities import NUMBER_WORDS, UNITS, Quantity, list_sizes, multiplied_out
 
-_EXACT = 3  # what a number, or a name that is not in the lines, weighs against a word
-_NEAR = 3  # how many words away from a number stands what it counts or names
+_ENOUGH = 0.2  # the share of a sentence that its lines must hold
+_NUMBER_FOUND, _NAME_ABSENT = 3, 9  # what they weigh, where a word weighs 1
+_BEFORE, _AFTER = 4, 3  # how many words around a number may say what it counts or names
 _STEM = 3  # "req" stands for "request"; a shorter word stands for itself alone
-_TOLD = 5  # words in a reason, at most
 
 _NUMBER = r"[0-9]{1,30}(?:[_',][0-9]{3})*(?:\.[0-9]{1,30})*"
 _TOKEN_RE = re.compile(
-    rf"(?<![^\W\d])(?<![^\W\d][-/])(?P<number>{_NUMBER})|{_NUMBER}"
-    r"|(?P<word>[KMG]iB|[A-Z]{2,40}(?![a-z])|[A-Z]?[^\W\d_A-Z]{1,40})"
+    rf"(?<![^\W\d])(?<![^\W\d][-/])(?<![A-Z]{{2}} )(?P<number>{_NUMBER}|(?i:{'|'.join(NUMBER_WORDS)}))"
+    rf"(?:\W?(?P<unit>(?i:{'|'.join(UNITS)}))s?\b|(?![^\W\d]))"
+    rf"|{_NUMBER}|(?P<word>[A-Z]{{2,40}}(?![a-z])|[A-Z]?[^\W\d_A-Z]{{1,40}})"
 )
-_NAME_RE = re.compile(r"(?<!^)`([^`\s]+)`|(?<![\w`/.-])([A-Z]{3,40})(?![\w`]|[- ][0-9])")
-_STANDARD_RE = re.compile(r"\b[Ss]tandard (in|out|err)(?:put|or)\b")
-_CAPITALS_RE = re.compile(r"\b[A-Z]{2,18} $")
+# In backticks, unless the lines may be the body of what they name, or in capitals, as in "ISO 8601".
+_NAME_RE = re.compile(rf"(?<!^)`([^`\s]+)`|(?<![\w`/.-])[A-Z]{{3,40}}(?:[- ]?{_NUMBER})?(?![\w`])")
+_ERROR_RE = re.compile(r"\b[A-Z][a-z]\w{1,40}(?:Error|Exception)\b")
 _SUFFIX_RE = re.compile(r"(?<=..)s$|(?<=...)(?:ings?|ions?|ed|ers?|ies|e?s|ly|y|e)$")
-
-# Grammar, and what nearly all code and nearly all sentences about code have.
-_STOP_WORDS = frozenset(
-    "a about after again all already also always an and another any are as asked asks at be because"
-    " become becomes been before between both but by called calls can come comes could count counts"
-    " default defaults do does each either else even ever every first for from gets given goes had has"
-    " have here how however if in into is it its just keep keeps kept last later left let lets like look"
-    " looks made makes many may mean means more most much must named names neither never no none nor not"
-    " nothing now of off often on once one only or other others otherwise our out over own same say says"
-    " set sets should since so some stand stands still such take taken takes tell tells than that the"
-    " their them then there these they thing things this those through to told too turn turns under unless"
-    " until up upon used uses using value values very via was way we were what when where which while who"
-    " whole whose why will with within without work works would yet you your".split()
-)
+_SWITCH_RE = re.compile(r"\b(\w{1,60})['\"]?\]?\s*(?::\s*\w{1,20}\s*)?(?:=|:|\|\||,)\s*(true|false)\b", re.I)
+_CONDITION_RE = re.compile(r"\b(?:unless|if|when|where|while|until|with|without|since|so)\b[^,;]*", re.I)
+_DENIED_RE = re.compile(r"\b(?:not?|never|off|disabled|neither|nor|cannot|false|reject\w*|ignore\w*)\b", re.I)
 
 
 def _stem(word: str) -> str:
@@ -43,23 +31,27 @@ def _stem(word: str) -> str:
     return _SUFFIX_RE.sub("", word).replace("our", "or").replace("is", "iz")
 
 
-_OPPOSITES = [
-    pair
-    for opposites in (
-        "above/below accept/reject add/remove after/before allow/deny allow/reject append/prepend"
-        " ascend/descend async/sync child/parent close/open decode/encode decrease/increase disable/enable"
-        " drop/keep end/start exclude/include false/true inner/outer input/output keep/remove left/right"
-        " local/remote lock/unlock lower/upper max/min maximum/minimum newest/oldest private/public"
-        " read/write stderr/stdout strict/loose strong/weak"
-    ).split()
-    for pair in permutations(map(_stem, opposites.split("/")))
-]
+# Grammar, and what nearly all code and nearly all sentences about code have.
+_STOP_STEMS = frozenset(map(_stem, (
+    "a about after again all allow already also always an and another any are as asks at be because"
+    " become been before between both but by calls can come could count default do does each either else"
+    " enable even ever first for from gets given goes had has have here how however if in into is it just"
+    " keep kept last later left let like look made makes many may mean more most much must neither"
+    " never no none nor not nothing now of off often on once one only or other otherwise out over own"
+    " same say set should since so some stand still such take taken tell than that the their them then"
+    " there these thing this those through to told too turn under unless until up upon used uses using"
+    " value very via was way we were what when where which while who whole whose why will with within"
+    " without work would yet you your"
+).split()))
+
+# Words that are not each other's condition: what is disabled may well be told by a test of `enabled`.
+_OPPOSITES = "ascending/descending decode/encode decrease/increase keep/remove maximum/minimum stderr/stdout"
 
 
 class WordModel:
-    """Lines support a sentence if what they have of it outweighs half of what they lack.
+    """Lines support a sentence if they hold a fifth of it, by weight, and all of its numbers.
 
-    A number that they have otherwise, or an opposite, contradicts it; of other numbers, none may be missing.
+    They contradict it with another number next to the same words, another setting, or an opposite.
     """
 
     name = "words 3"
@@ -68,40 +60,35 @@ class WordModel:
 
     def answer(self, state: State, question: Question, should_stop: Callable[[], bool]) -> Answer:
         (_, claim), (_, passage) = state
-        said, lines = _read(_STANDARD_RE.sub(r"std\1", claim)), _read(passage.replace("\\n", " newline "))
-        wrong, missing, absent = _unsupported(said.quantities, lines.quantities, passage)
-        wrong += _opposites(said.stems, lines.stems)
-        shared = _shared(said.words, lines.words)
+        words, quantities = _read(claim)
+        passage_words, others = _read(passage.replace("\\n", " newline "))
+        shared = _shared(words, passage_words)
+        wrong, missing, absent = _unsupported(quantities, others, passage)
         # A wrong number weighs as much as a right one: it must not turn the sentence into another subject.
-        found = len(shared) + _EXACT * (len(said.quantities) - len(missing) - len(absent))
-        names = [name[1] or name[2] for name in _NAME_RE.finditer(claim)]
-        absent += [name for name in names if not _read(name).words.keys() <= shared]
-        enough = found and 2 * found >= len(said.words) - len(shared) + _EXACT * len(absent)
+        found = len(shared) + _NUMBER_FOUND * (len(quantities) - len(missing) - len(absent))
+        wrong += _switches(claim, passage) + _opposites(claim, passage)
+        missing += [error for error in _ERROR_RE.findall(claim) if error not in passage]
+        for name in dict.fromkeys(match[1] or match[0] for match in _NAME_RE.finditer(claim)):
+            digits = re.findall("[0-9]+", name)
+            if not (_read(name)[0].keys() <= shared and all(part in passage for part in digits)):
+                absent.append(name)
+        lost = len(words) - len(shared) + _NAME_ABSENT * len(absent)
+        enough = found and found >= _ENOUGH * (found + lost)
         if enough and wrong:
             return Answer("contradicts", "; ".join(wrong))
         if enough and not missing:
             return Answer("supports", "")
-        absent = missing + absent or [word for stem, word in said.words.items() if stem not in shared]
-        return Answer("says_nothing", f"not in the lines: {', '.join(absent[:_TOLD])}")
-
-
-class _Text(NamedTuple):
-    stems: dict[str, str]  # all words by their stems
-    words: dict[str, str]  # those that tell what it is about
-    quantities: list[Quantity]
+        absent = missing + absent or [word for stem, word in words.items() if stem not in shared]
+        return Answer("says_nothing", f"not in the lines: {', '.join(absent[:5])}")
 
 
 def _unsupported(said: list[Quantity], lines: list[Quantity], passage: str) -> tuple[list[str], ...]:
-    """The quantities of a sentence that the lines have otherwise, that they lack, and vague ones that they lack."""
-    wrong: list[str] = []
-    missing: list[str] = []
-    vague: list[str] = []
-    sizes = [
-        Quantity(f"{size} items", size, "", _read(label).words, counts=True)
-        for size, label in list_sizes(passage)
-    ]
+    """The numbers of a sentence that the lines have otherwise, that they lack, and counts that they lack."""
+    found: tuple[list[str], ...] = ([], [], [])
+    wrong, missing, counts = found
+    sizes = [Quantity(f"{n} items", n, "", _read(label)[0], True) for n, label in list_sizes(passage)]
     for quantity in said:
-        others = [*lines, *sizes] if not quantity.unit else lines
+        others = lines if quantity.unit else lines + sizes
         if quantity.is_written(passage) or any(map(quantity.equals, others)):
             continue
         near = [other for other in others if _shared(quantity.near, other.near)]
@@ -111,55 +98,56 @@ def _unsupported(said: list[Quantity], lines: list[Quantity], passage: str) -> t
             best = max(rivals, key=lambda other: len(_shared(quantity.near, other.near)))
             wrong.append(f"the sentence says {quantity.told}, the lines {best.told}")
         else:
-            # A count, or a number that is part of a name, as in "ISO 8601", need not be spelled out.
-            (vague if quantity.told[0].isalpha() and not quantity.unit else missing).append(quantity.told)
-    return wrong, missing, vague
+            (counts if quantity.counts else missing).append(quantity.told)
+    return found
 
 
-def _opposites(said: dict[str, str], others: dict[str, str]) -> list[str]:
+def _switches(claim: str, passage: str) -> list[str]:
+    """What a sentence about defaults denies and its lines turn on, or the other way around."""
+    clauses = re.split(r"[,;:]|\band\b|\bbut\b", _CONDITION_RE.sub("", claim))
     return [
-        f"the sentence says {said[one]}, the lines {others[other]}"
-        for one, other in _OPPOSITES
-        if one in said and other in others and one not in others and other not in said
+        f"in the lines, {switch[1]} is {switch[2]}"
+        for switch in _SWITCH_RE.finditer(passage)
+        for clause in clauses
+        if (switch[2].lower() == "true") == bool(_DENIED_RE.search(clause))
+        if (name := _read(switch[1])[0]) and name.keys() <= _shared(name, _read(clause)[0])
     ]
 
 
-def _read(text: str) -> _Text:
+def _opposites(claim: str, passage: str) -> list[str]:
+    claim, passage = claim.lower().replace("standard ", "std"), passage.lower()
+    return [
+        f"the sentence says {one}, the lines {other}"
+        for pair in _OPPOSITES.split()
+        for one, other in (pair.split("/"), pair.split("/")[::-1])
+        if one in claim and other in passage and one not in passage and other not in claim
+    ]
+
+
+def _read(text: str) -> tuple[dict[str, str], list[Quantity]]:
+    """The words of a text, by their stems, and its numbers."""
     words: list[tuple[str, str]] = []
-    stems: dict[str, str] = {}
     found: list[tuple[str, str, str, int, bool]] = []
-    end = -2  # of the number before
-    text = multiplied_out(text)
-    for token in _TOKEN_RE.finditer(text):
-        word = (token["word"] or "").lower()
-        if token["number"] or word in NUMBER_WORDS:
-            number = re.sub(r"^0+(?=[0-9])|\.0+$|[_',]", "", str(NUMBER_WORDS.get(word, token["number"])))
-            name = _CAPITALS_RE.search(text, max(0, token.start() - 20), token.start())
-            told = name[0] + token[0] if name else token[0]
-            found.append((told, number, "", len(words), bool(word)))
-            end = token.end()
-        elif token.start() - end < 2 and (unit := word if word in UNITS else word[:-1]) in UNITS:
-            found[-1] = (f"{found[-1][0]} {token[0]}", found[-1][1], unit, len(words), False)
-        elif token.start() == end:
-            found.pop()  # it is part of a name, as in `1a`
-            end = -2
-        elif len(word) > 1:
-            stems[stem := _stem(word)] = word
-            if word not in _STOP_WORDS:
-                words.append((stem, word))
+    for token in _TOKEN_RE.finditer(multiplied_out(text)):
+        if number := token["number"]:
+            unit = (token["unit"] or "").lower()
+            plain = re.sub(r"^0+(?=[0-9])|\.0+$|[_',]", "", str(NUMBER_WORDS.get(number.lower(), number)))
+            found.append((token[0], plain, unit, len(words), number.isalpha() and not unit))
+        elif token["word"] and len(token["word"]) > 1:
+            words.append((_stem(token["word"].lower()), token["word"]))
     quantities = [
-        Quantity(told, number, unit, dict(words[max(0, at - _NEAR) : at + _NEAR]), counts)
+        Quantity(told, number, unit, _telling(words[max(0, at - _BEFORE) : at + _AFTER]), counts)
         for told, number, unit, at, counts in found
     ]
-    return _Text(stems, dict(words), quantities)
+    return _telling(words), quantities
+
+
+def _telling(words: list[tuple[str, str]]) -> dict[str, str]:
+    return {stem: word for stem, word in words if stem not in _STOP_STEMS}
 
 
 def _shared(words: Iterable[str], others: Iterable[str]) -> set[str]:
     """The words that others hold, whole, shortened or lengthened."""
     known = set(others)
-    starts = known.union(*map(_starts, known))
-    return {word for word in words if word in starts or not known.isdisjoint(_starts(word))}
-
-
-def _starts(word: str) -> list[str]:
-    return [word[:end] for end in range(_STEM, len(word))]
+    starts = known | {other[:end] for other in known for end in range(_STEM, len(other))}
+    return {it for it in words if it in starts or any(it[:end] in known for end in range(_STEM, len(it)))}
