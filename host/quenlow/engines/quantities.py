@@ -18,8 +18,8 @@ _WORTH = {
 UNITS = {unit: worth for units, worth in _WORTH.items() for unit in units.split()}
 
 # "one" points more often than it counts ("the one that"), so it is no number here.
-_SMALL = "zero two three four five six seven eight nine ten eleven twelve thirteen fourteen fifteen sixteen"
-NUMBER_WORDS = dict(zip(_SMALL.split(), [0, *range(2, 17)])) | {"twenty": 20, "thirty": 30, "hundred": 100}
+_WORDS = "zero two three four five six seven eight nine ten twelve fifteen twenty thirty hundred thousand"
+NUMBER_WORDS = dict(zip(_WORDS.split(), [0, *range(2, 11), 12, 15, 20, 30, 100, 1000], strict=True))
 
 _PRODUCT_RE = re.compile(r"(?<![\w.])[0-9]{1,9}(?: ?\* ?[0-9]{1,9}\b)+")
 _POWER_RE = re.compile(r"(?<![\w.])([12]) ?(?:\*\*|\^|<<) ?([0-9]{1,2})\b(?: ?[-−] ?(1)\b)?")

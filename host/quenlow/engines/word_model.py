@@ -13,12 +13,16 @@ _STEM = 3  # "req" stands for "request"; a shorter word stands for itself alone
 
 _NUMBER = r"[0-9]{1,30}(?:[_',][0-9]{3})*(?:\.[0-9]{1,30})*"
 _TOKEN_RE = re.compile(
-    rf"(?<![^\W\d])(?<![^\W\d][-/])(?<![A-Z]{{2}} )(?P<number>{_NUMBER}|(?i:{'|'.join(NUMBER_WORDS)}))"
+    r"(?<![^\W\d])(?<![^\W\d][-/])(?<![A-Z]{2} (?=[0-9]{4}))"
+    rf"(?P<number>{_NUMBER}|(?i:{'|'.join(NUMBER_WORDS)}))"
     rf"(?:\W?(?P<unit>(?i:{'|'.join(UNITS)}))s?\b|(?![^\W\d]))"
     rf"|{_NUMBER}|(?P<word>[A-Z]{{2,40}}(?![a-z])|[A-Z]?[^\W\d_A-Z]{{1,40}})"
 )
-# In backticks, unless the lines may be the body of what they name, or in capitals, as in "ISO 8601".
-_NAME_RE = re.compile(rf"(?<!^)`([^`\s]+)`|(?<![\w`/.-])[A-Z]{{3,40}}(?:[- ]?{_NUMBER})?(?![\w`])")
+# In backticks, unless the lines may be the body of what they name; in capitals, as in "ISO 8601"; `0x7f`.
+_NAME_RE = re.compile(
+    r"(?<!^)`([^`\s]+)`|\b0[xo]\w{1,40}"
+    r"|(?<![\w`/.-])[A-Z](?:[A-Z]{2,40}|\w{1,40}(?=-[0-9]))(?:-?[0-9]{1,9}| [0-9]{4,9})?(?![\w`])"
+)
 _ERROR_RE = re.compile(r"\b[A-Z][a-z]\w{1,40}(?:Error|Exception)\b")
 _SUFFIX_RE = re.compile(r"(?<=..)s$|(?<=...)(?:ings?|ions?|ed|ers?|ies|e?s|ly|y|e)$")
 _SWITCH_RE = re.compile(r"\b(\w{1,60})['\"]?\]?\s*(?::\s*\w{1,20}\s*)?(?:=|:|\|\||,)\s*(true|false)\b", re.I)
@@ -27,21 +31,19 @@ _DENIED_RE = re.compile(r"\b(?:not?|never|off|disabled|neither|nor|cannot|false|
 
 
 def _stem(word: str) -> str:
-    """Without its ending, and in American spelling."""
-    return _SUFFIX_RE.sub("", word).replace("our", "or").replace("is", "iz")
+    return _SUFFIX_RE.sub("", word).replace("our", "or").replace("is", "iz")  # in American spelling
 
 
 # Grammar, and what nearly all code and nearly all sentences about code have.
 _STOP_STEMS = frozenset(map(_stem, (
-    "a about after again all allow already also always an and another any are as asks at be because"
-    " become been before between both but by calls can come could count default do does each either else"
-    " enable even ever first for from gets given goes had has have here how however if in into is it just"
-    " keep kept last later left let like look made makes many may mean more most much must neither"
-    " never no none nor not nothing now of off often on once one only or other otherwise out over own"
-    " same say set should since so some stand still such take taken tell than that the their them then"
-    " there these thing this those through to told too turn under unless until up upon used uses using"
-    " value very via was way we were what when where which while who whole whose why will with within"
-    " without work would yet you your"
+    "a about after again all allow already also always an and another any are as asks at be because become"
+    " been before between both but by calls can come could count default do does each either else enable even"
+    " first for from gets given goes had has have here how however if in into is it just keep kept last later"
+    " left let like look made makes many may mean more most much must neither never no none nor not nothing"
+    " now of off often on once one only or other otherwise out over own same say set should since so some"
+    " stand still such take taken tell than that the their them then there these thing this those through to"
+    " told too turn under unless until up used uses using value very via was way we were what when where"
+    " which while who whose why will with within without work would yet you your"
 ).split()))
 
 # Words that are not each other's condition: what is disabled may well be told by a test of `enabled`.
@@ -49,10 +51,7 @@ _OPPOSITES = "ascending/descending decode/encode decrease/increase keep/remove m
 
 
 class WordModel:
-    """Lines support a sentence if they hold a fifth of it, by weight, and all of its numbers.
-
-    They contradict it with another number next to the same words, another setting, or an opposite.
-    """
+    """Lines support a sentence if they hold a fifth of it, by weight, and have nothing exact otherwise."""
 
     name = "words 3"
     costs = False
@@ -60,18 +59,18 @@ class WordModel:
 
     def answer(self, state: State, question: Question, should_stop: Callable[[], bool]) -> Answer:
         (_, claim), (_, passage) = state
-        words, quantities = _read(claim)
-        passage_words, others = _read(passage.replace("\\n", " newline "))
-        shared = _shared(words, passage_words)
+        (words, quantities), (known, others) = _read(claim), _read(passage.replace("\\n", " newline "))
+        shared = _shared(words, known)
         wrong, missing, absent = _unsupported(quantities, others, passage)
         # A wrong number weighs as much as a right one: it must not turn the sentence into another subject.
         found = len(shared) + _NUMBER_FOUND * (len(quantities) - len(missing) - len(absent))
         wrong += _switches(claim, passage) + _opposites(claim, passage)
         missing += [error for error in _ERROR_RE.findall(claim) if error not in passage]
         for name in dict.fromkeys(match[1] or match[0] for match in _NAME_RE.finditer(claim)):
-            digits = re.findall("[0-9]+", name)
-            if not (_read(name)[0].keys() <= shared and all(part in passage for part in digits)):
+            if not _read(name)[0].keys() <= shared:
                 absent.append(name)
+            elif not all(digits in passage for digits in re.findall("[0-9]+", name)):
+                missing.append(name)
         lost = len(words) - len(shared) + _NAME_ABSENT * len(absent)
         enough = found and found >= _ENOUGH * (found + lost)
         if enough and wrong:
