@@ -9,7 +9,6 @@ from quenlow.engines.quantities import NUMBER_WORDS, UNITS, Quantity, list_sizes
 _ENOUGH = 0.2  # the share of a sentence that its lines must hold
 _NUMBER_FOUND, _NAME_ABSENT = 3, 9  # what they weigh, where a word weighs 1
 _BEFORE, _AFTER = 4, 3  # how many words around a number may say what it counts or names
-_STEM = 3  # "req" stands for "request"; a shorter word stands for itself alone
 
 _NUMBER = r"[0-9]{1,30}(?:[_',][0-9]{3})*(?:\.[0-9]{1,30})*"
 _TOKEN_RE = re.compile(
@@ -104,12 +103,14 @@ def _unsupported(said: list[Quantity], lines: list[Quantity], passage: str) -> t
 def _switches(claim: str, passage: str) -> list[str]:
     """What a sentence about defaults denies and its lines turn on, or the other way around."""
     clauses = re.split(r"[,;:]|\band\b|\bbut\b", _CONDITION_RE.sub("", claim))
+    settings = dict.fromkeys(_SWITCH_RE.findall(passage))
     return [
-        f"in the lines, {switch[1]} is {switch[2]}"
-        for switch in _SWITCH_RE.finditer(passage)
+        f"in the lines, {name} is {value}"
+        for name, value in settings
         for clause in clauses
-        if (switch[2].lower() == "true") == bool(_DENIED_RE.search(clause))
-        if (name := _read(switch[1])[0]) and name.keys() <= _shared(name, _read(clause)[0])
+        if (value.lower() == "true") == bool(_DENIED_RE.search(clause))
+        if (words := _read(name)[0]) and words.keys() <= _shared(words, _read(clause)[0])
+        if sum(name == other for other, _ in settings) == 1
     ]
 
 
@@ -124,7 +125,6 @@ def _opposites(claim: str, passage: str) -> list[str]:
 
 
 def _read(text: str) -> tuple[dict[str, str], list[Quantity]]:
-    """The words of a text, by their stems, and its numbers."""
     words: list[tuple[str, str]] = []
     found: list[tuple[str, str, str, int, bool]] = []
     for token in _TOKEN_RE.finditer(multiplied_out(text)):
@@ -146,7 +146,7 @@ def _telling(words: list[tuple[str, str]]) -> dict[str, str]:
 
 
 def _shared(words: Iterable[str], others: Iterable[str]) -> set[str]:
-    """The words that others hold, whole, shortened or lengthened."""
+    """The words that others hold, whole or as "req" stands for "request"; a shorter one is no such stem."""
     known = set(others)
-    starts = known | {other[:end] for other in known for end in range(_STEM, len(other))}
-    return {it for it in words if it in starts or any(it[:end] in known for end in range(_STEM, len(it)))}
+    starts = known | {other[:end] for other in known for end in range(3, len(other))}
+    return {it for it in words if it in starts or any(it[:end] in known for end in range(3, len(it)))}
