@@ -6,7 +6,7 @@ from collections.abc import Callable, Iterable
 from quenlow.engines.model import Answer, Question, State
 from quenlow.engines.quantities import NUMBER_WORDS, UNITS, Quantity, list_sizes, multiplied_out
 
-_ENOUGH = 0.2  # the share of a sentence that its lines must hold
+_ENOUGH = 0.22  # the share of a sentence that its lines must hold
 _NUMBER_FOUND, _NAME_ABSENT = 3, 9  # what they weigh, where a word weighs 1
 _BEFORE, _AFTER = 4, 3  # how many words around a number may say what it counts or names
 
@@ -50,7 +50,7 @@ _OPPOSITES = "ascending/descending decode/encode decrease/increase keep/remove m
 
 
 class WordModel:
-    """Lines support a sentence if they hold a fifth of it, by weight, and have nothing exact otherwise."""
+    """Lines support a sentence if they hold enough of it, by weight, and have nothing exact otherwise."""
 
     name = "words 3"
     costs = False
