@@ -13,7 +13,7 @@ using py::Ref;
 Blocks::Blocks(State& state, Borrowed markdown) : state_(state) {
     const Ref prose_blocks = state.global(state.names.prose_blocks);
     if (state.kept(Kept::prose_blocks).is_untraced(prose_blocks) && py::text::is_plain(markdown)) {
-        scan_.emplace(Lines(py::borrow(markdown), 0));
+        scan_ = Scan{Lines(py::borrow(markdown), 0)};
     } else {
         generator_.emplace(py::call(prose_blocks, markdown));
     }
