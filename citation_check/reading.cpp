@@ -157,12 +157,12 @@ std::optional<CitedFile> locate_in_one_step(State& state, Borrowed root, Borrowe
 }
 
 Ref read_file(State& state, const CitedFile& file, Borrowed root) {
-    const auto& [location, inside] = file;
     if (!is_resolved_by_library(state, root)) return {};
-    if (!confined::is_inside(location.path, inside)) return py::borrow(state.names.empty);
-    const auto size = static_cast<Py_ssize_t>(location.path.size());
-    const Ref shown = steal(py::api(PyUnicode_DecodeFSDefaultAndSize, location.path.data(), size));
-    return empty_on_os_error(state, [&] { return read_located(state, &location, shown, inside); });
+    const std::string& path = file.location.path;
+    if (!confined::is_inside(path, file.root)) return py::borrow(state.names.empty);
+    const auto size = static_cast<Py_ssize_t>(path.size());
+    const Ref shown = steal(py::api(PyUnicode_DecodeFSDefaultAndSize, path.data(), size));
+    return empty_on_os_error(state, [&] { return read_located(state, &file.location, shown, file.root); });
 }
 
 Ref read_target(State& state, Borrowed target, Borrowed root) {
