@@ -6,7 +6,6 @@ import threading
 from argparse import Namespace
 from functools import lru_cache
 from pathlib import Path
-from types import SimpleNamespace
 from typing import Any
 
 from command.terminal import CommandError, complain
@@ -19,9 +18,7 @@ KEY_VARIABLE = "WIKI_MODEL_KEY"
 def decision_client(options: Namespace) -> DecisionClient:
     """The client of one run; what the run may spend, its budgets say."""
     model = _model(options.model_url, options.model, options.timeout)
-    if options.dry_run:
-        # Answers kept for the model count, and every other question is charged for and not asked.
-        model = SimpleNamespace(name=model.name, costs=True)
+    model.costs |= options.dry_run  # then it is charged for what no kept answer spares, and not asked
     return DecisionClient(DecisionConfig(), model, AnswerCache(options.cache) if options.cache else None)
 
 
@@ -34,7 +31,7 @@ def _model(url: str | None, name: str | None, timeout: int) -> Any:
     from quenlow.engines.chat_model import ChatModel
 
     try:
-        return ChatModel(url, name, os.environ.get(KEY_VARIABLE, "").strip(), timeout)
+        return ChatModel(url, name, os.environ.get(KEY_VARIABLE, "").strip(), timeout, complain)
     except ValueError as error:
         raise CommandError(error) from error
 

@@ -4,7 +4,7 @@ import os
 from collections.abc import Iterable
 from pathlib import Path
 
-from command.report import Finding
+from command.report import UNANSWERED, Finding
 from command.terminal import CommandError, printable, replacing
 
 
@@ -25,6 +25,9 @@ class Baseline:
     def knows(self, finding: Finding) -> bool:
         sentence = printable(finding.sentence or finding.kind)
         entry = (self._path(finding.file), printable(finding.citation), sentence)
+        if finding.kind == UNANSWERED:  # which says nothing of what is or was found
+            self._found |= self._known & {entry}
+            return False
         self._found.add(entry)
         return self._rewrite or entry in self._known
 

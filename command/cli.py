@@ -11,7 +11,7 @@ from command.arguments import parsed
 from command.baseline import Baseline
 from command.formats import FORMATS
 from command.pages import find_pages
-from command.report import FAILING, Report
+from command.report import FAILING, UNCHECKED, Report
 from command.run import check_pages, first_looks
 from command.terminal import CommandError, complain, replacing, stop_on_signals
 
@@ -23,8 +23,6 @@ def main() -> int:
         status = _run(parsed(sys.argv[1:]))
         sys.stdout.flush()
         return status
-    except ImportError as error:
-        complain(f"a library is missing, which scripts/setup --all installs: {error}")
     except (CommandError, OSError) as error:
         if not isinstance(error, BrokenPipeError):  # the reader of the report has seen enough
             complain(error)
@@ -34,8 +32,12 @@ def main() -> int:
 
 
 def _run(options: Namespace) -> int:
+    if options.write_baseline and not options.baseline:
+        raise CommandError("--write-baseline needs --baseline FILE")
     pages, unreadable = find_pages(options)
-    report = Report(pages=len(pages), findings=[*unreadable], dry_run=options.dry_run)
+    report = Report(pages=len(pages), findings=unreadable, dry_run=options.dry_run)
+    if options.output and os.path.realpath(options.output) in {os.path.realpath(page.file) for page in pages}:
+        raise CommandError(f"the report would replace a page that it is about: {options.output}")
     baseline = Baseline(options.baseline, options.write_baseline) if options.baseline else None
     looks = first_looks
     if options.scheduler or options.workers:
@@ -45,13 +47,13 @@ def _run(options: Namespace) -> int:
         checks = check_pages(pages, options, stop_on_signals(), looks)
         for check in tqdm(checks, total=len(pages), unit=" pages", leave=False, disable=None):
             report.add(check, baseline.knows if baseline else lambda _finding: False)
-        report.add_notes(options.repo)
+        report.conclude(options.repo)
         if baseline and not options.dry_run:
             report.notes += baseline.settle(check.file for check in report.checks)
         FORMATS[options.format](report, out)
-    if len(report.checks) < len(pages) or unreadable:
+    if any(finding.kind in UNCHECKED for finding in report.findings):
         return INCOMPLETE
-    failing = FAILING[options.fail_on].split()
-    return FOUND if any(finding.severity in failing for finding in report.findings) else CLEAN
+    failing = any(finding.severity in FAILING[options.fail_on] for finding in report.findings)
+    return FOUND if failing else CLEAN
 
 

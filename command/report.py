@@ -5,8 +5,9 @@ from dataclasses import dataclass, field, fields
 
 from command.terminal import counted
 
-FAILING = {"medium": "medium", "low": "medium low", "never": ""}  # the severities that --fail-on names
-_NEARLY_ALL = 0.9
+FAILING: dict[str, list[str]] = {"medium": ["medium"], "low": ["medium", "low"], "never": []}  # by --fail-on
+CHECK_FAILED, UNANSWERED = "citation-check-failed", "citation-unanswered"
+UNCHECKED = {CHECK_FAILED, "page-unreadable", "folder-unreadable"}  # with which a run is not whole
 
 
 @dataclass(frozen=True, slots=True)
@@ -77,9 +78,12 @@ class Report(Counts):
         for name in COUNTS:
             setattr(self, name, getattr(self, name) + getattr(check, name))
 
-    def add_notes(self, repo: object) -> None:
+    def conclude(self, repo: object) -> None:
+        if self.unanswered == self.questions > 0:
+            last = [finding.reason for finding in self.findings if finding.kind == UNANSWERED][-1]
+            self.findings.append(Finding("medium", CHECK_FAILED, f"no question was answered: {last}"))
         cited = self.unreadable + self.sentences
-        if self.unreadable > 1 and self.unreadable >= _NEARLY_ALL * cited:
+        if self.unreadable > 1 and self.unreadable >= 0.9 * cited:
             many = f"{self.unreadable} of {counted(cited, 'citation')} cannot be read"
             self.notes.append(f"{many}: is {repo} the repository that the pages cite?")
         if near := [f"{one} in {check.file}" for check in self.checks for one in check.near_citations]:

@@ -16,7 +16,7 @@ from typing import Any, TypeAlias
 from command.answers import decision_client
 from command.page_check import judged
 from command.pages import Page, read_page
-from command.report import Finding, PageCheck
+from command.report import CHECK_FAILED, Finding, PageCheck
 from command.terminal import CommandError
 from quenlow.engines.decision import DecisionClient, DecisionConfig, RunBudget
 from quenlow.engines.model import DecisionError
@@ -101,18 +101,16 @@ def _check(page: Page, client: DecisionClient, options: Namespace, budget: RunBu
     _questions.ask_all = ask
     cap = options.wiki_check_citations_per_page
     try:
-        if budget.should_stop():
-            raise DecisionError("the run was asked to stop")
         markdown = read_page(page.file)
         result = check_citations(client, markdown, options.repo, max_questions=cap, budget=budget)
-        return judged(page, markdown, result, dict(_questions.asked), options)
+        return judged(page, markdown, result, dict(_questions.asked), client, options)
     except CommandError as error:
         kind, detail = "page-unreadable", str(error)
     except Exception as error:
         why = str(error) if isinstance(error, DecisionError) else f"{type(error).__name__}: {error}"
-        kind, detail = "citation-check-failed", f"the check ended here: {why}"
+        kind, detail = CHECK_FAILED, f"the check ended here: {why}"
     finding = Finding("medium", kind, detail, page.id, page.shown)
-    return PageCheck(file=page.shown, findings=[finding], ended_the_run=kind != "page-unreadable")
+    return PageCheck(file=page.shown, findings=[finding], ended_the_run=kind == CHECK_FAILED)
 
 
 class _Run:
@@ -120,7 +118,7 @@ class _Run:
         self.client = decision_client(options)
         self.options = options
         self.should_stop = should_stop
-        at_once = max(1, options.max_parallel_calls)
+        at_once = options.max_parallel_calls
         self.page_threads, self.question_threads = ThreadPoolExecutor(at_once), ThreadPoolExecutor(at_once)
         self.under_way = deque[tuple[PageCheck, Future[PageCheck] | None]]()  # the looks, and what follows
         self.ended_at = sys.maxsize  # the number of a page that failed

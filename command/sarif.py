@@ -7,7 +7,7 @@ from pathlib import Path
 from typing import Any, TextIO
 from urllib.parse import quote
 
-from command.report import Finding, Report
+from command.report import UNCHECKED, Finding, Report
 from command.terminal import printable
 
 _SCHEMA = "https://docs.oasis-open.org/sarif/sarif/v2.1.0/errata01/os/schemas/sarif-schema-2.1.0.json"
@@ -19,7 +19,8 @@ def write(report: Report, out: TextIO) -> None:
     # Code scanning shows a result in its file; what has none is told as a notice about the run.
     notices = [_said(note) | {"level": "note"} for note in report.notes]
     notices += [_said(f.detail) | {"level": _LEVELS[f.severity]} for f in report.findings if not f.file]
-    invocation = {"executionSuccessful": not report.stopped_at, "toolExecutionNotifications": notices}
+    successful = not any(finding.kind in UNCHECKED for finding in report.findings)
+    invocation = {"executionSuccessful": successful, "toolExecutionNotifications": notices}
     rules = [{"id": kind, "shortDescription": {"text": kind.replace("-", " ").capitalize()}}
              for kind in sorted({finding.kind for finding in located})]
     run = {"tool": {"driver": {"name": "wiki", "rules": rules}}, "columnKind": "unicodeCodePoints",

@@ -62,7 +62,8 @@ def test_sarif():
     finding = Finding("medium", "k", "d [x](y:1)", "p", "a b%:\xfc.md", 3, 5, "[c]", "/c\udcff.py", 7, 9, "s")
     moved = replace(finding, line=0, column=0, reason="r", path="")
     other = replace(moved, sentence="o")
-    text = written(sarif, [finding, moved, other, replace(moved, file="")], stopped_at="p", notes=["n"])
+    failed = replace(moved, file="", kind="citation-check-failed")
+    text = written(sarif, [finding, moved, other, failed], notes=["n"])
     results = json.loads(text)["runs"][0]["results"]
     assert [one["message"]["text"] for one in results] == ["d [x] (y:1)", *["d [x] (y:1) (r)"] * 2]
     prints = [one["partialFingerprints"]["sentence/v1"] for one in results]

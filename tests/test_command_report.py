@@ -37,7 +37,7 @@ def test_the_sentence_of_every_claim_begins_at_its_place():
         markdown = "".join(dice.choices(PARTS, k=dice.randint(1, 40)))
         found = places(markdown)
         for claim in cited_claims(markdown):
-            line, column = found[claim]
+            line, column, written = found[claim]
             lines = markdown.split("\n")
             lines[line - 1] = f"{lines[line - 1][: column - 1]}Q{lines[line - 1][column - 1 :]}"
             begun_by_q = [other for other in cited_claims("\n".join(lines)) if other.claim.startswith("Q")]

@@ -16,8 +16,8 @@ from wiki_command import SUPPORTS, completion, model_server, says
 STATE, QUESTION = REQUEST = citation_request("A sentence \ud800 of words.", "the cited lines")
 
 
-def ask(url, should_stop=lambda: False, timeout=0.5):
-    model = chat_model.ChatModel(url, "small", "sesame", timeout)
+def ask(url, should_stop=lambda: False, timeout=0.5, tell=str):
+    model = chat_model.ChatModel(url, "small", "sesame", timeout, tell)
     model.first_pause = 0.01
     return model.answer(*REQUEST, should_stop)
 
@@ -27,13 +27,14 @@ def ask(url, should_stop=lambda: False, timeout=0.5):
     ("<think>supports,\nor {not}</think>\n\ncontradicts", "contradicts", ""),
     ('{"reason": "Says `</think>`\\ud800.", "verdict": "supports"}', "supports", "Says `</think>`?."),
     ('Here it is:\n```json\n{"answer": "Says nothing.", "reason": ["x"]}\n```', "says_nothing", ""),
-    *((content, None, None) for content in (
+    *((content, "", "the model server gave an unusable answer (200): ") for content in (
         "", None, ["supports"], "supports, or contradicts", "<think>supports", "{" * 9999,
         '{"verdict": {}}')),
 ])
 def test_content(content, choice, reason):
     with model_server(says(completion(content))) as server:
-        assert ask(server.url) == (choice and Answer(choice, reason))
+        answer = ask(server.url)
+    assert answer == Answer(choice, reason) or answer.reason.startswith(reason) and not choice
     assert server.sentences == [STATE[0][1]] * (1 if choice else 3)
 
 
@@ -76,7 +77,7 @@ def test_a_stopped_run_waits_no_more(respond):
 
 
 def test_what_a_server_refuses_is_asked_for_no_more():
-    model, sent = chat_model.ChatModel("http://models.test", "small"), []
+    model, sent = chat_model.ChatModel("http://models.test", "small", "", 60, str), []
 
     def respond(request):
         sent.append(json.loads(request.content))
@@ -90,8 +91,8 @@ def test_what_a_server_refuses_is_asked_for_no_more():
 
 
 def test_unanswered_and_kept_questions():
-    answers, kept = [], {}
-    odd = SimpleNamespace(name="", costs=True, trouble="it hums", answer=lambda *_: (answers or [None]).pop())
+    answers, kept, hums = [], {}, Answer("", "it hums")
+    odd = SimpleNamespace(name="", costs=True, answer=lambda *_: (answers or [hums]).pop())
     client = DecisionClient(DecisionConfig(), odd, kept)
     budget = client.new_budget()
 
@@ -107,7 +108,7 @@ def test_unanswered_and_kept_questions():
     assert [decided(2) for _ in range(20)] == [None] * 20 and decided(1).verdict == "contradicts"
     with pytest.raises(DecisionError, match="20 questions in a row left unanswered: it hums"):
         decided(2)
-    assert (client.decisions, client.unanswered, client.asked, budget.calls) == (8, 39, 45, 45)
+    assert (client.decisions, client.unanswered, client.asked, budget.calls) == (8, {STATE: "it hums"}, 45, 45)
 
 
 @pytest.mark.parametrize("answer, sentence, lines", [

@@ -6,6 +6,7 @@ import json
 import random
 import threading
 import time
+from collections import ChainMap, Counter
 from collections.abc import Callable
 from concurrent.futures import wait
 from contextlib import suppress
@@ -19,27 +20,21 @@ from quenlow.engines.model import Answer, DecisionError, Question, State
 _REPLY_BYTES = 1 << 20
 _ANSWER_TOKENS = 2048  # a model may think aloud before it answers
 _WAITED_SECONDS = 300  # at most, for one question
-_UNUSABLE_ANSWERS = 3  # to one question, then it stays unanswered
-_FAILURES = 6  # of a server at one question, then it counts as gone
+_TOLD_SECONDS = 10  # for one question, before anybody is told
+_ATTEMPTS = {"refused": 3, "unusable": 3, "failed": 6}  # at one question, that may end so
 
 
-class _Unavailable(DecisionError):
-    """The server could not be asked, or not now."""
-
-    def __init__(self, trouble: str, pause: float = 0.0, busy: bool = False) -> None:
-        super().__init__(f"the model server {trouble}")
-        self.pause = pause  # as it told
-        self.busy = busy
+class _Trouble(Exception):
+    """An attempt that came to no answer: how it ended, a message, and the pause in seconds that was told."""
 
 
 class ChatModel:
     """Asks a model of the server at `url`, the address before `/chat/completions`. No message has the key."""
 
     costs = True
-    trouble = ""
     first_pause = 0.5  # seconds before the second attempt; each later pause is about twice as long
 
-    def __init__(self, url: str, model: str, key: str = "", timeout: float = 60.0) -> None:
+    def __init__(self, url: str, model: str, key: str, timeout: float, tell: Callable[[str], object]) -> None:
         try:
             self._url = httpx.URL(f"{url.rstrip('/')}/chat/completions")
         except httpx.InvalidURL as error:
@@ -52,6 +47,7 @@ class ChatModel:
         self._model = model
         self._key = key
         self._timeout = timeout
+        self._tell = tell  # that the server makes the run wait
         self._refused_options = 0
         headers = {"Authorization": f"Bearer {key}"} if key else None
         # The decision client's callers bound how many questions are under way.
@@ -62,7 +58,7 @@ class ChatModel:
         self._thread.start()
         atexit.register(self._end)
 
-    def answer(self, state: State, question: Question, should_stop: Callable[[], bool]) -> Answer | None:
+    def answer(self, state: State, question: Question, should_stop: Callable[[], bool]) -> Answer:
         # Only a task of an event loop can be called off while it waits for the server.
         asked = asyncio.run_coroutine_threadsafe(self._ask(state, question), self._loop)
         while not wait([asked], timeout=0.1).done:
@@ -76,47 +72,53 @@ class ChatModel:
         self._thread.join()
         self._runner.close()  # which first lets the tasks that are left see that they are cancelled
 
-    async def _ask(self, state: State, question: Question) -> Answer | None:
-        unusable, failures, waited = 0, 0, 0.0
-        while unusable < _UNUSABLE_ANSWERS:
+    async def _ask(self, state: State, question: Question) -> Answer:
+        began, troubles = time.monotonic(), Counter(refused=self._refused_options)
+        while True:
             try:
-                if answer := await self._attempt(state, question):
-                    return answer
-                unusable += 1
-            except _Unavailable as error:
-                pause = error.pause or self.first_pause * 2**min(failures, 6) * random.uniform(0.75, 1.25)
-                failures += 1
-                waited += pause
-                if waited > _WAITED_SECONDS or (failures == _FAILURES and not error.busy):
-                    raise
-                await asyncio.sleep(pause)
-        return None
+                return await self._attempt(state, question, troubles["refused"])
+            except _Trouble as error:
+                kind, said, pause = error.args
+            troubles[kind] += 1
+            if is_gone := kind in ("failed", "busy"):
+                doubled = 2 ** min(troubles["failed"] + troubles["busy"] - 1, 6)
+                pause = pause or self.first_pause * doubled * random.uniform(0.75, 1.25)
+            waited = time.monotonic() - began + pause
+            if troubles[kind] == _ATTEMPTS.get(kind) or waited > _WAITED_SECONDS:
+                if is_gone:
+                    raise DecisionError(said)
+                return Answer("", said)
+            if waited > _TOLD_SECONDS:
+                self._tell(f"the run waits: {said}")
+                self._tell = str  # nobody wants to hear it again
+            await asyncio.sleep(pause)
 
-    async def _attempt(self, state: State, question: Question) -> Answer | None:
-        for refused in range(self._refused_options, 3):
-            request = _request(self._model, state, question, refused)
-            try:
-                response, reply = await asyncio.wait_for(self._reply(request), self._timeout)
-            except (httpx.HTTPError, TimeoutError) as error:
-                raise _Unavailable(f"cannot be asked: {self._without_key(repr(error))}") from error
-            status = response.status_code
-            if status not in (400, 422):
-                break
+    async def _attempt(self, state: State, question: Question, refused: int) -> Answer:
+        request = _request(self._model, state, question, refused)
+        try:
+            response, reply = await asyncio.wait_for(self._reply(request), self._timeout)
+        except TimeoutError:
+            raise _Trouble("unusable", f"the model server gave no answer within {self._timeout:g} s", 0.0)
+        except httpx.HTTPError as error:
+            said = f"the model server cannot be asked: {self._without_key(repr(error))}"
+            raise _Trouble("failed", said, 0.0) from error
+        status = response.status_code
         told = self._without_key(response.headers.get("retry-after", ""))
-        said = f"({status}{told and f', Retry-After: {told[:40]}'}): {self._without_key(reply)[:80]!r}"
+        said = f"({status}{told and f', Retry-After: {told[:40]}'}): {self._without_key(reply)[:200]!r}"
         if status in (401, 403):
             raise DecisionError(f"the model server wants another key in WIKI_MODEL_KEY {said}")
         if "text/html" in response.headers.get("content-type", "").lower():
             raise DecisionError(f"at the model server's address is a web page {said}")
         if status in (408, 429) or status >= 500:
-            raise _Unavailable(f"is busy or fails {said}", _told_pause(told), busy=status in (429, 503))
-        if not response.is_success and status not in (400, 422):
-            raise DecisionError(f"the model server refuses the question {said}")
+            kind = "busy" if status in (429, 503) else "failed"
+            raise _Trouble(kind, f"the model server is busy or fails {said}", _told_pause(told))
+        if not response.is_success:
+            said = f"the model server refuses the question {said}"
+            raise _Trouble("refused", said, 0.0) if status in (400, 422) else DecisionError(said)
         if answer := read_answer(reply, question.choices):
             self._refused_options = max(refused, self._refused_options)
             return Answer(answer.choice, self._without_key(answer.reason))
-        self.trouble = f"the model server gave an unusable answer {said}"
-        return None
+        raise _Trouble("unusable", f"the model server gave an unusable answer {said}", 0.0)
 
     async def _reply(self, request: dict[str, object]) -> tuple[httpx.Response, str]:
         content = bytearray()
@@ -124,7 +126,7 @@ class ChatModel:
             async for chunk in response.aiter_bytes():
                 content += chunk
                 if len(content) > _REPLY_BYTES:
-                    raise _Unavailable("sends a reply without an end")
+                    raise _Trouble("failed", "the model server sends a reply without an end", 0.0)
         return response, content.decode(errors="replace")
 
     def _without_key(self, text: str) -> str:
@@ -140,15 +142,14 @@ def _request(model: str, state: State, question: Question, refused: int) -> dict
     )
     texts = json.dumps({"question": question.text, "texts": dict(state)}, ensure_ascii=False)
     messages = [{"role": "system", "content": task}, {"role": "user", "content": texts}]
-    request: dict[str, object] = {"model": model, "messages": messages}
-    if refused < 2:
-        request |= {"temperature": 0, "max_tokens": _ANSWER_TOKENS}
-    if refused < 1:
-        strings = {"reason": {"type": "string"}, "verdict": {"type": "string", "enum": question.choices}}
-        schema = {"type": "object", "properties": strings, "required": [*strings]}
-        form = {"name": question.key, "strict": True, "schema": schema | {"additionalProperties": False}}
-        request["response_format"] = {"type": "json_schema", "json_schema": form}
-    return request
+    strings = {"reason": {"type": "string"}, "verdict": {"type": "string", "enum": question.choices}}
+    schema = {"type": "object", "properties": strings, "required": [*strings], "additionalProperties": False}
+    form = {"name": question.key, "strict": True, "schema": schema}
+    parts: list[dict[str, object]] = [
+        {"response_format": {"type": "json_schema", "json_schema": form}},
+        {"temperature": 0, "max_tokens": _ANSWER_TOKENS},
+        {"model": model, "messages": messages}]
+    return dict(ChainMap(*parts[refused:]))
 
 
 def _told_pause(retry_after: str) -> float:

@@ -72,9 +72,9 @@ class DecisionClient:
         self.config = config
         self.model = model
         self.decisions = 0  # given so far, kept answers included
-        self.asked = 0  # questions put to the model
-        self.unanswered = 0  # those that it left so
-        self._unanswered_in_a_row = 0
+        self.asked = 0  # questions that the model has dealt with
+        self.unanswered: dict[State, str] = {}  # what it gave no usable answer about, and why
+        self._in_a_row: list[str] = []  # why the last questions were left without an answer
         self._answers = {} if answers is None else answers
         self._lock = threading.Lock()
 
@@ -99,20 +99,19 @@ class DecisionClient:
         with suppress(TypeError, ValueError):  # what is damaged or of another form is no answer
             answer = Answer(*map(str, json.loads(self._answers.get(key, "null"))))
         if answer is None or answer.choice not in question.choices:
-            if self._unanswered_in_a_row >= _IN_A_ROW:
-                raise DecisionError(f"{_IN_A_ROW} questions in a row left unanswered: {self.model.trouble}")
+            if len(row := self._in_a_row) >= _IN_A_ROW:
+                raise DecisionError(f"{_IN_A_ROW} questions in a row left unanswered: {row[-1]}")
             if budget and self.model.costs:
                 texts = [*dict(state).values(), question.text]
                 budget.charge(sum(len(text) // _CHARS_PER_TOKEN + 1 for text in texts))
-            with self._lock:
-                self.asked += 1
             answer = self.model.answer(state, question, should_stop)
             with self._lock:
-                if answer is None or answer.choice not in question.choices:
-                    self.unanswered += 1
-                    self._unanswered_in_a_row += 1
+                self.asked += 1
+                if answer.choice not in question.choices:
+                    self.unanswered[state] = answer.reason
+                    self._in_a_row.append(answer.reason)
                     return {}
-                self._unanswered_in_a_row = 0
+                self._in_a_row = []  # the old one may be in use
             self._answers[key] = json.dumps(answer)
         with self._lock:
             self.decisions += 1

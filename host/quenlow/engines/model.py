@@ -17,8 +17,8 @@ class DecisionError(Exception):
 
 
 class Answer(NamedTuple):
-    choice: str  # one of the question's
-    reason: str  # for whoever reads the answer; may be empty
+    choice: str  # one of the question's, or empty: the model gave no usable answer
+    reason: str  # for whoever reads the answer, why there is none included; may be empty
 
 
 class Model(Protocol):
@@ -26,7 +26,6 @@ class Model(Protocol):
 
     name: str
     costs: bool  # whether its answers count against the user's limits
-    trouble: str  # why it last gave no answer
 
-    def answer(self, state: State, question: Question, should_stop: Callable[[], bool], /) -> Answer | None:
-        """Choose an answer; None if it is unusable, DecisionError if there is none or the run should stop."""
+    def answer(self, state: State, question: Question, should_stop: Callable[[], bool], /) -> Answer:
+        """Choose an answer. DecisionError: no other question should be put to it, or the run should stop."""
