@@ -5,6 +5,7 @@ import sys
 import tomllib
 from argparse import ArgumentParser, ArgumentTypeError, Namespace
 from collections.abc import Iterator, Sequence
+from functools import partial
 from pathlib import Path
 from typing import NoReturn
 
@@ -16,16 +17,16 @@ from quenlow.engines.decision import DecisionConfig
 
 # Where source lines and the key go, and which files are written, the user says and not the repository.
 _OF_THE_USER = "command targets repo consent cache model-url scheduler output write-baseline dry-run".split()
-_ABOUT = """Check the sentences of a wiki against the source lines that they cite, as in [src/app.py:L10-L12].
-The embedded model compares words and numbers, not meaning; with --model-url a language model is asked."""
-_END = """Options may also stand in the repository's wiki.toml, or under [tool.wiki] in its pyproject.toml,
-as in: fail-on = "medium". The command line goes before them. The exit status is 0 when nothing was found,
-1 when something was found that --fail-on names, 2 when the check did not run to its end."""
+_ABOUT = "Check the sentences of a wiki against the source lines that they cite, as in [src/app.py:L10-L12]."
+_END = """Options may also stand in the repository's wiki.toml, or in its pyproject.toml under [tool.wiki].
+Status 0: nothing was found; 1: something was found that --fail-on names; 2: the check is not complete."""
 
 
 class _Parser(ArgumentParser):
+    source = ""  # of the options that are parsed, if it is not the command line
+
     def error(self, message: str) -> NoReturn:
-        complain(f"{message} (see {self.prog} --help)")
+        complain(f"{self.source}{message} (see {self.prog} --help)")
         sys.exit(2)
 
 
@@ -34,15 +35,13 @@ def parsed(arguments: Sequence[str]) -> Namespace:
     wiki = _Parser("wiki", None, _ABOUT, _END, allow_abbrev=False)
     _add_arguments(wiki)
     options = wiki.parse_args(arguments)
-    options = wiki.parse_args([*_settings(wiki, options), *arguments])
     if not options.repo.is_dir():
         wiki.error(f"no such folder: {options.repo}")
     if options.command == "check" and (len(options.targets) > 1 or options.targets[0].is_dir()):
         wiki.error("check takes one page, and not a folder")
     if not options.consent and not options.dry_run:  # which gives nobody anything
         wiki.error("nothing is checked without --consent, which lets the decision model have the cited lines")
-    if options.write_baseline and not options.baseline:
-        wiki.error("--write-baseline needs --baseline FILE")
+    options = wiki.parse_args([*_settings(wiki, options), *arguments])
     options.show_lines |= options.format == "html"
     return options
 
@@ -66,21 +65,23 @@ def _add_arguments(wiki: ArgumentParser) -> None:
     add("--cache", metavar="DIR", type=_path, help="keep the answers in DIR, and ask only what is new")
     add("--model-url", metavar="URL", help="a chat-completions server, as in http://localhost:8080/v1")
     add("--model", metavar="NAME", help=f"the model of that server; {KEY_VARIABLE} may hold the key to it")
-    add("--timeout", metavar="SECONDS", type=_count, default=60, help="for one attempt to ask it (60)")
-    for name, about in (
-        ("wiki-check-citations-per-page", "questions for each page"),
-        ("max-parallel-calls", "questions under way at the same time"),
-        ("max-calls-per-batch", "questions of the whole run to a model that costs something"),
-        ("max-input-tokens-per-batch", "input tokens of these questions"),
+    seconds = partial(_count, least=1)
+    add("--timeout", metavar="SECONDS", type=seconds, default=60, help="for one attempt to ask it (60)")
+    for name, least, about in (
+        ("wiki-check-citations-per-page", 0, "questions for each page"),
+        ("max-parallel-calls", 1, "questions under way at the same time"),
+        ("max-calls-per-batch", 0, "questions of the whole run to a model that costs something"),
+        ("max-input-tokens-per-batch", 0, "input tokens of these questions"),
     ):
         default = getattr(DecisionConfig, name.replace("-", "_"))
-        add(f"--{name}", metavar="N", type=_count, default=default, help=f"limit: {about} ({default})")
+        kind = partial(_count, least=least)
+        add(f"--{name}", metavar="N", type=kind, default=default, help=f"limit: {about} ({default})")
     add = wiki.add_mutually_exclusive_group().add_argument
-    add("--workers", metavar="N", type=_count, help="spread the pages over N processes")
+    add("--workers", metavar="N", type=partial(_count, least=1), help="spread the pages over N processes")
     add("--scheduler", metavar="ADDRESS", help="the same over a Dask cluster with these files and PYTHONPATH")
 
 
-def _settings(wiki: ArgumentParser, options: Namespace) -> Iterator[str]:
+def _settings(wiki: _Parser, options: Namespace) -> Iterator[str]:
     """The arguments that `wiki.toml` stands for, or `[tool.wiki]` in `pyproject.toml`."""
     file, table = options.repo / "wiki.toml", {}
     try:
@@ -88,16 +89,17 @@ def _settings(wiki: ArgumentParser, options: Namespace) -> Iterator[str]:
             table = tomllib.loads(file.read_text("utf-8"))
         elif (file := options.repo / "pyproject.toml").exists():
             table = dict(tomllib.loads(file.read_text("utf-8")).get("tool", {}).get("wiki", {}))
-    except (OSError, TypeError, ValueError) as error:
+    except (AttributeError, OSError, TypeError, ValueError) as error:
         wiki.error(f"cannot read {file}: {error}")
+    wiki.source = f"{file}: "
     for key, value in table.items():
         option = key.replace("_", "-")
         if option in _OF_THE_USER:
-            wiki.error(f"{file}: {key} is for the command line alone")
+            wiki.error(f"{key} is for the command line alone")
         if option.replace("-", "_") not in options:
-            wiki.error(f"{file}: unknown key: {key}")
+            wiki.error(f"unknown key: {key}")
         for one in value if isinstance(value, list) else [value]:
-            path = options.repo / one if option == "baseline" else one
+            path = options.repo / str(one) if option == "baseline" else one
             if one is not False:
                 yield f"--{option}" if one is True else f"--{option}={path}"
 
@@ -112,7 +114,7 @@ def _existing(path: str) -> Path:
     return _path(path)
 
 
-def _count(number: str) -> int:
-    if not re.fullmatch("[0-9]{1,18}", number):
-        raise ArgumentTypeError(f"not a count: {number}")
+def _count(number: str, least: int = 0) -> int:
+    if not re.fullmatch("[0-9]{1,18}", number) or int(number) < least:
+        raise ArgumentTypeError(f"not a count of at least {least}: {number}")
     return int(number)

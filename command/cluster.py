@@ -64,7 +64,6 @@ def _connected(options: Namespace, folder: str) -> Client:
         dask.wait_for_workers(1, timeout=_CONNECT_SECONDS)
         return dask
     except (OSError, ValueError, TimeoutError) as error:
-        where = options.scheduler or "on this machine"
-        raise CommandError(f"the Dask cluster {where} does not answer or has no workers: {error}") from error
+        raise CommandError(f"no Dask workers at {options.scheduler or 'this machine'}: {error}") from error
     finally:
         signal.pthread_sigmask(signal.SIG_UNBLOCK, STOP_SIGNALS)
