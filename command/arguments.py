@@ -65,34 +65,32 @@ def _add_arguments(wiki: ArgumentParser) -> None:
     add("--cache", metavar="DIR", type=_path, help="keep the answers in DIR, and ask only what is new")
     add("--model-url", metavar="URL", help="a chat-completions server, as in http://localhost:8080/v1")
     add("--model", metavar="NAME", help=f"the model of that server; {KEY_VARIABLE} may hold the key to it")
-    seconds = partial(_count, least=1)
-    add("--timeout", metavar="SECONDS", type=seconds, default=60, help="for one attempt to ask it (60)")
-    for name, least, about in (
-        ("wiki-check-citations-per-page", 0, "questions for each page"),
-        ("max-parallel-calls", 1, "questions under way at the same time"),
-        ("max-calls-per-batch", 0, "questions of the whole run to a model that costs something"),
-        ("max-input-tokens-per-batch", 0, "input tokens of these questions"),
+    some = partial(_count, least=1)
+    add("--timeout", metavar="SECONDS", type=some, default=60, help="for one attempt to ask it (60)")
+    add("--max-parallel-calls", metavar="N", type=some, default=4, help="questions under way at once (4)")
+    for name, about in (
+        ("wiki-check-citations-per-page", "questions for each page"),
+        ("max-calls-per-batch", "questions of the whole run to a model that costs something"),
+        ("max-input-tokens-per-batch", "input tokens of these questions"),
     ):
         default = getattr(DecisionConfig, name.replace("-", "_"))
-        kind = partial(_count, least=least)
-        add(f"--{name}", metavar="N", type=kind, default=default, help=f"limit: {about} ({default})")
+        add(f"--{name}", metavar="N", type=_count, default=default, help=f"limit: {about} ({default})")
     add = wiki.add_mutually_exclusive_group().add_argument
-    add("--workers", metavar="N", type=partial(_count, least=1), help="spread the pages over N processes")
+    add("--workers", metavar="N", type=some, help="spread the pages over N processes")
     add("--scheduler", metavar="ADDRESS", help="the same over a Dask cluster with these files and PYTHONPATH")
 
 
 def _settings(wiki: _Parser, options: Namespace) -> Iterator[str]:
     """The arguments that `wiki.toml` stands for, or `[tool.wiki]` in `pyproject.toml`."""
-    file, table = options.repo / "wiki.toml", {}
+    own = options.repo / "wiki.toml"
+    file = own if own.exists() else options.repo / "pyproject.toml"
     try:
-        if file.exists():
-            table = tomllib.loads(file.read_text("utf-8"))
-        elif (file := options.repo / "pyproject.toml").exists():
-            table = dict(tomllib.loads(file.read_text("utf-8")).get("tool", {}).get("wiki", {}))
-    except (AttributeError, OSError, TypeError, ValueError) as error:
+        table = tomllib.loads(file.read_text("utf-8")) if file.exists() else {}
+        settings = (table if file is own else table.get("tool", {}).get("wiki", {})).items()
+    except (AttributeError, OSError, ValueError) as error:
         wiki.error(f"cannot read {file}: {error}")
     wiki.source = f"{file}: "
-    for key, value in table.items():
+    for key, value in settings:
         option = key.replace("_", "-")
         if option in _OF_THE_USER:
             wiki.error(f"{key} is for the command line alone")

@@ -43,5 +43,4 @@ class Baseline:
         return [f"no longer found: {' '.join(entry)}" for entry in gone]
 
     def _path(self, file: str) -> str:
-        path = os.path.relpath(os.path.realpath(file), os.path.realpath(self._file.parent))
-        return printable(Path(path).as_posix())
+        return printable(os.path.relpath(os.path.realpath(file), os.path.realpath(self._file.parent)))

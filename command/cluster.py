@@ -8,7 +8,6 @@ from argparse import Namespace
 from asyncio import CancelledError
 from collections.abc import Sequence
 from contextlib import suppress
-from functools import partial
 from multiprocessing import resource_tracker
 from tempfile import TemporaryDirectory
 
@@ -34,7 +33,7 @@ def looks(pages: list[Page], options: Namespace, is_over: ShouldStop, client: De
             size = math.ceil(len(pages) / (_SHARDS_A_THREAD * max(1, sum(dask.ncores().values()))))
             shards = [pages[start : start + size] for start in range(0, len(pages), size)]
             last_seen = time.monotonic()
-            for shard, future in zip(shards, dask.map(partial(_taken, options), shards, pure=False)):
+            for shard, future in zip(shards, dask.map(_taken, shards, options=options, pure=False)):
                 while not future.done() and not is_over():
                     with suppress(TimeoutError):
                         wait(future, timeout=0.5)
@@ -47,7 +46,7 @@ def looks(pages: list[Page], options: Namespace, is_over: ShouldStop, client: De
             raise CommandError(f"the Dask cluster failed or is gone: {error!r}") from error
 
 
-def _taken(options: Namespace, pages: list[Page]) -> list[PageCheck]:
+def _taken(pages: list[Page], options: Namespace) -> list[PageCheck]:
     return [*first_looks(pages, options, lambda: False, decision_client(options))]
 
 

@@ -20,7 +20,6 @@ from command.terminal import counted, printable
 
 # What the style sheet colours. Other tokens stay plain text, which keeps a large report small.
 _COLOURED = (Comment, Keyword, Name.Class, Name.Function, Number, String)
-_LEXER_SECONDS = 1
 _lexer_for = lru_cache(find_lexer_class_for_filename)
 _unfit = set[object]()
 
@@ -49,7 +48,7 @@ def highlighted(lines: str, path: str) -> list[Markup]:
         # Some text, such as a string that does not end, keeps some lexers busy for ever.
         signal.signal(signal.SIGALRM, signal.default_int_handler)
         try:
-            signal.alarm(_LEXER_SECONDS)
+            signal.alarm(1)
             try:
                 tokens = [*lexer(stripnl=False).get_tokens(code)]
             finally:

@@ -1,4 +1,3 @@
-"use strict";
 const form = document.forms[0];
 const findings = [...document.querySelectorAll("article")];
 

@@ -79,7 +79,7 @@ class Report(Counts):
             setattr(self, name, getattr(self, name) + getattr(check, name))
 
     def conclude(self, repo: object) -> None:
-        if self.unanswered == self.questions > 0:
+        if self.unanswered == self.questions > 0 and not self.stopped_at:
             last = [finding.reason for finding in self.findings if finding.kind == UNANSWERED][-1]
             self.findings.append(Finding("medium", CHECK_FAILED, f"no question was answered: {last}"))
         cited = self.unreadable + self.sentences
@@ -87,6 +87,5 @@ class Report(Counts):
             many = f"{self.unreadable} of {counted(cited, 'citation')} cannot be read"
             self.notes.append(f"{many}: is {repo} the repository that the pages cite?")
         if near := [f"{one} in {check.file}" for check in self.checks for one in check.near_citations]:
-            many = f"{counted(len(near), 'reference')} (nearly citations, or in headings, tables or quotes)"
-            how = "a sentence cites lines as in [src/app.py:L10-L12]"
-            self.notes.append(f"not checked: {many}, as {near[0]}; {how}")
+            many = f"not checked: {counted(len(near), 'reference')} (misspelt, or in headings, tables or quotes)"
+            self.notes.append(f"{many}, as {near[0]}: write [src/app.py:L10-L12], in a sentence")

@@ -26,16 +26,14 @@ from quenlow.workers.wiki.citation_check import check_citations
 ShouldStop: TypeAlias = Callable[[], bool]
 Checks: TypeAlias = Generator[PageCheck, None, None]
 Looks: TypeAlias = Callable[..., Checks]  # as first_looks
-_Ask: TypeAlias = Callable[[Any], Any]
 
 
 class _Questions(threading.local):
     """Asks the questions of the page that a thread checks, in the place of the pool that it would have."""
 
-    ask_all: Callable[[_Ask, Sequence[Any]], Iterable[Any]]
-    asked: Sequence[Any]
+    ask_all: Callable[..., Iterable[Any]]
 
-    def map(self, ask: _Ask, asked: Sequence[Any]) -> Iterable[Any]:
+    def map(self, ask: Callable[[Any], Any], asked: Sequence[Any]) -> Iterable[Any]:
         self.asked = asked
         return self.ask_all(ask, asked)
 
@@ -72,7 +70,7 @@ class _FirstLook(RunBudget):
         self.input_tokens += input_tokens
         raise _Costs
 
-    def ask_all(self, ask: _Ask, asked: Sequence[Any]) -> list[Any]:
+    def ask_all(self, ask: Callable[[Any], Any], asked: Sequence[Any]) -> list[Any]:
         answers = []
         for question in asked:
             with suppress(_Costs):
