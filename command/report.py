@@ -87,5 +87,5 @@ class Report(Counts):
             many = f"{self.unreadable} of {counted(cited, 'citation')} cannot be read"
             self.notes.append(f"{many}: is {repo} the repository that the pages cite?")
         if near := [f"{one} in {check.file}" for check in self.checks for one in check.near_citations]:
-            many = f"not checked: {counted(len(near), 'reference')} (misspelt, or in headings, tables or quotes)"
+            many = f"not checked: {counted(len(near), 'reference')}, misspelt or in headings, tables, quotes"
             self.notes.append(f"{many}, as {near[0]}: write [src/app.py:L10-L12], in a sentence")

@@ -13,12 +13,9 @@ from wiki_command import ENVIRONMENT, ROOT, wiki
 
 TRUE, WRONG, OTHER = (
     "The download makes 3 attempts [src/app.py:L1].\n", "The download makes 5 attempts [src/app.py:L1].\n",
-    "Penguins migrate across antarctic glaciers [src/app.py:L1].\n")
-GONE = """\
-The download makes 3 attempts [src/gone.py:L1].
-The download makes 3 attempts [src/app.py:L7].
-The download makes 3 attempts [../wiki/good.md:L1].
-"""
+    "P\xc3\xa4nguins migrate across antarctic glaciers [src/app.py:L1].\n")
+GONE = "".join(TRUE.replace("src/app.py:L1", cited) for cited in (
+    "/src/gone.py:L1", "src/app.py:L7", "../wiki/good.md:L1"))
 NEAR = ("Attempts [src/app.py:1-3] and [app.py#L1] are [a](b.md#L1) `[a.py:1]`.\n\n# As in [src/app.py:L1]\n"
         "```\n[a.py:1]\n```\n")
 LINT, CHECK = ([*start, "--repo", "repo", "--consent"] for start in (["lint", "wiki"], ["check", "page.md"]))
@@ -39,13 +36,12 @@ def files(repo, monkeypatch):
         return repo.parent
 
     monkeypatch.chdir(repo.parent)
-    write()
     return write
 
 
 @pytest.mark.parametrize("arguments, texts, status, said", [
     (LINT, {"wiki/b.md": WRONG, "wiki/a.md": OTHER}, 1, [
-        'a.md:1:1: low: citation-unsupported: [src/app.py:L1] the cited lines say nothing about: "Penguins',
+        'a.md:1:1: low: citation-unsupported: [src/app.py:L1] the cited lines say nothing about: "P\\xe4n',
         'b.md:1:1: medium: citation-contradicted: [src/app.py:L1] the cited lines contradict: "The download',
         '" (the sentence says 5', "3 of 3 pages checked"]),
     (LINT[:-1], {}, 2, ["nothing is checked without --consent"]),
@@ -55,8 +51,8 @@ def files(repo, monkeypatch):
     (CHECK, {"page.md": TRUE}, 0, ["1 of 1 page checked, 1 question asked, 0 findings, score 1.00"]),
     (CHECK, {"page.md": f"{WRONG}\n{TRUE}"}, 1, ["page.md:1:1: medium: citation-contra", "score 0.50"]),
     (["check", *LINT[1:]], {}, 2, ["takes one page"]),
-    (LINT, {"wiki/a.md": GONE}, 1, [
-        "a.md:1:1: medium: citation-unreadable", "no such file", "has only 1 line\n", "outside the repo"]),
+    (LINT, {"wiki/a.md": GONE}, 1, ["a.md:1:1: medium: citation-unreadable: [/src/gone.py:L1]",
+        "no such file", "has only 1 line\n", "outside the repo"]),
     (LINT, {"wiki/good.md": OTHER.replace("app", "a") + OTHER.replace("src", "b")}, 1, [
         "note: 2 of 2 citations cannot be read: is ", "/repo the repository"]),
     (LINT, {"wiki/a.md": NEAR}, 0, ["not checked: 3 references", "as [src/app.py:1-3] in wiki/a.md", " 0 "]),
@@ -72,6 +68,8 @@ def files(repo, monkeypatch):
     (LINT, {"repo/pyproject.toml": "tool.wiki = 1"}, 2, ["cannot read", "pyproject.toml"]),
     ([*LINT, "--baseline", "repo/src/app.py"], {}, 2, ["is no baseline"]),
     ([*LINT, "--max-calls-per-batch", "-1"], {}, 2, ["not a count"]),
+    (LINT, {"repo/wiki.toml": "timeout = 0"}, 2, ["wiki.toml: argument --timeout: not a count of at"]),
+    ([*LINT, "--output", "wiki/good.md"], {}, 2, ["the report would replace a page"]),
 ])
 def test_command(files, arguments, texts, status, said):
     files(**texts)
@@ -116,6 +114,5 @@ def test_an_output_that_takes_nothing(files, redirected, status):
 
 
 def test_types():
-    call = [sys.executable, "-m", "mypy"]
-    checked = subprocess.run(call, cwd=ROOT, capture_output=True, text=True, timeout=300)
+    checked = subprocess.run([sys.executable, "-m", "mypy"], cwd=ROOT, capture_output=True, text=True)
     assert checked.returncode == 0, checked.stdout

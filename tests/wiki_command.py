@@ -12,7 +12,8 @@ from types import SimpleNamespace
 
 from support import ROOT
 
-ENVIRONMENT = os.environ | {"PYTHONPATH": f"{ROOT / 'host'}:{ROOT}", "WIKI_MODEL_KEY": "sesame"}
+ENVIRONMENT = os.environ | {
+    "PYTHONPATH": f"{ROOT / 'host'}:{ROOT}", "PYTHONIOENCODING": "ascii", "WIKI_MODEL_KEY": "sesame"}
 
 
 @contextmanager
@@ -35,13 +36,12 @@ def wiki(*arguments, **keywords):
     return running.returncode, output, errors
 
 
-def write_wiki(folder, pages, sentences=1):
+def write_wiki(folder, pages, lines=1):
     """Pages p00, p01... of different sentences, each of which cites a line of src/app.py."""
     folder.mkdir()
     for page in range(pages):
-        about = range(1, sentences + 1)
-        text = "\n\n".join(f"Page {page} has a sentence {number} [src/app.py:L{number}]." for number in about)
-        (folder / f"p{page:02}.md").write_text(text)
+        text = (f"Page {page} has a sentence {line} [src/app.py:L{line}].\n" for line in range(1, lines + 1))
+        (folder / f"p{page:02}.md").write_text("".join(text))
     return folder
 
 
@@ -60,14 +60,14 @@ SUPPORTS = says(completion("supports"))
 @contextmanager
 def model_server(respond):
     """A server that answers the question about a sentence as `respond` does."""
-    server = SimpleNamespace(respond=respond, sentences=[], keys=set())
+    server = SimpleNamespace(respond=respond, requests=[], sentences=[])
 
     class Handler(BaseHTTPRequestHandler):
         def do_POST(self):
             request = json.loads(self.rfile.read(int(self.headers["Content-Length"])))
             sentence = json.loads(request["messages"][1]["content"])["texts"]["sentence"]
+            server.requests.append(request | {"key": self.headers["Authorization"]})
             server.sentences.append(sentence)
-            server.keys.add(self.headers["Authorization"])
             with suppress(ConnectionError):
                 server.respond(self, sentence)
 
@@ -75,7 +75,6 @@ def model_server(respond):
             pass
 
     with ThreadingHTTPServer(("127.0.0.1", 0), Handler) as http:
-        http.daemon_threads = True
         server.url = f"http://127.0.0.1:{http.server_port}/v1"
         threading.Thread(target=http.serve_forever, args=(0.02,), daemon=True).start()
         yield server
