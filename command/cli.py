@@ -53,7 +53,6 @@ def _run(options: Namespace) -> int:
         FORMATS[options.format](report, out)
     if any(finding.kind in UNCHECKED for finding in report.findings):
         return INCOMPLETE
-    failing = any(finding.severity in FAILING[options.fail_on] for finding in report.findings)
-    return FOUND if failing else CLEAN
+    return FOUND if any(one.severity in FAILING[options.fail_on] for one in report.findings) else CLEAN
 
 

@@ -10,6 +10,8 @@ from contextlib import contextmanager
 from pathlib import Path
 from typing import TextIO
 
+from tqdm import tqdm
+
 STOP_SIGNALS = (signal.SIGINT, signal.SIGTERM)
 
 
@@ -18,7 +20,7 @@ class CommandError(Exception):
 
 
 def complain(message: object) -> None:
-    print(f"wiki: {printable(str(message))}", file=sys.stderr)
+    tqdm.write(f"wiki: {printable(str(message))}", file=sys.stderr)  # beside the bar, if there is one
 
 
 def printable(text: str) -> str:
