@@ -110,7 +110,6 @@ def test_unanswered_and_kept_questions():
     (("supports", ""), "`read` takes 1 MiB within two minutes.", "read(1024 * 1024, timeout=120)"),
     (("supports", ""), "Seconds: `1xDays` stops three hooks.", "// stop\nhooks = ['a', 'b, c', second]"),
     (("contradicts", "the sentence says 2 MiB, the lines 1048576"), "It reads 2 MiB.", "read(1 << 20)"),
-    (("contradicts", "in the lines, sort_keys is False"), "Then keys are sorted.", "sort_keys = False"),
     (("says_nothing", "not in the lines: 7, GPL"), "`drop` keeps 7 lines under GPL.", "keep(lines)  # MIT"),
 ])
 def test_words(answer, sentence, lines):

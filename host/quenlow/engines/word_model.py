@@ -22,11 +22,7 @@ _NAME_RE = re.compile(
     r"(?<!^)`([^`\s]+)`|\b0[xo]\w{1,40}"
     r"|(?<![\w`/.-])[A-Z](?:[A-Z]{2,40}|\w{1,40}(?=-[0-9]))(?:-?[0-9]{1,9}| [0-9]{4,9})?(?![\w`])"
 )
-_ERROR_RE = re.compile(r"\b[A-Z][a-z]\w{1,40}(?:Error|Exception)\b")
 _SUFFIX_RE = re.compile(r"(?<=..)s$|(?<=...)(?:ings?|ions?|ed|ers?|ies|e?s|ly|y|e)$")
-_SWITCH_RE = re.compile(r"\b(\w{1,60})['\"]?\]?\s*(?::\s*\w{1,20}\s*)?(?:=|:|\|\||,)\s*(true|false)\b", re.I)
-_CONDITION_RE = re.compile(r"\b(?:unless|if|when|where|while|until|with|without|since|so)\b[^,;]*", re.I)
-_DENIED_RE = re.compile(r"\b(?:not?|never|off|disabled|neither|nor|cannot|false|reject\w*|ignore\w*)\b", re.I)
 
 
 def _stem(word: str) -> str:
@@ -45,16 +41,12 @@ _STOP_STEMS = frozenset(map(_stem, (
     " which while who whose why will with within without work would yet you your"
 ).split()))
 
-# Words that are not each other's condition: what is disabled may well be told by a test of `enabled`.
-_OPPOSITES = "ascending/descending decode/encode decrease/increase keep/remove maximum/minimum stderr/stdout"
-
 
 class WordModel:
     """Lines support a sentence if they hold enough of it, by weight, and have nothing exact otherwise."""
 
     name = "words 3"
     costs = False
-    trouble = ""
 
     def answer(self, state: State, question: Question, should_stop: Callable[[], bool]) -> Answer:
         (_, claim), (_, passage) = state
@@ -63,8 +55,6 @@ class WordModel:
         wrong, missing, absent = _unsupported(quantities, others, passage)
         # A wrong number weighs as much as a right one: it must not turn the sentence into another subject.
         found = len(shared) + _NUMBER_FOUND * (len(quantities) - len(missing) - len(absent))
-        wrong += _switches(claim, passage) + _opposites(claim, passage)
-        missing += [error for error in _ERROR_RE.findall(claim) if error not in passage]
         for name in dict.fromkeys(match[1] or match[0] for match in _NAME_RE.finditer(claim)):
             if not _read(name)[0].keys() <= shared:
                 absent.append(name)
@@ -82,8 +72,7 @@ class WordModel:
 
 def _unsupported(said: list[Quantity], lines: list[Quantity], passage: str) -> tuple[list[str], ...]:
     """The numbers of a sentence that the lines have otherwise, that they lack, and counts that they lack."""
-    found: tuple[list[str], ...] = ([], [], [])
-    wrong, missing, counts = found
+    wrong, missing, counts = list[str](), list[str](), list[str]()
     sizes = [Quantity(f"{n} items", n, "", _read(label)[0], True) for n, label in list_sizes(passage)]
     for quantity in said:
         others = lines if quantity.unit else lines + sizes
@@ -97,31 +86,7 @@ def _unsupported(said: list[Quantity], lines: list[Quantity], passage: str) -> t
             wrong.append(f"the sentence says {quantity.told}, the lines {best.told}")
         else:
             (counts if quantity.counts else missing).append(quantity.told)
-    return found
-
-
-def _switches(claim: str, passage: str) -> list[str]:
-    """What a sentence about defaults denies and its lines turn on, or the other way around."""
-    clauses = re.split(r"[,;:]|\band\b|\bbut\b", _CONDITION_RE.sub("", claim))
-    settings = dict.fromkeys(_SWITCH_RE.findall(passage))
-    return [
-        f"in the lines, {name} is {value}"
-        for name, value in settings
-        for clause in clauses
-        if (value.lower() == "true") == bool(_DENIED_RE.search(clause))
-        if (words := _read(name)[0]) and words.keys() <= _shared(words, _read(clause)[0])
-        if sum(name == other for other, _ in settings) == 1
-    ]
-
-
-def _opposites(claim: str, passage: str) -> list[str]:
-    claim, passage = claim.lower().replace("standard ", "std"), passage.lower()
-    return [
-        f"the sentence says {one}, the lines {other}"
-        for pair in _OPPOSITES.split()
-        for one, other in (pair.split("/"), pair.split("/")[::-1])
-        if one in claim and other in passage and one not in passage and other not in claim
-    ]
+    return wrong, missing, counts
 
 
 def _read(text: str) -> tuple[dict[str, str], list[Quantity]]:
