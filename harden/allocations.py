@@ -15,10 +15,10 @@ from typing import Any
 from support import outcome
 
 from harden import builds
+from harden.memory import total
 from harden.ways import repository, ways
 
 Way = Callable[[], Any]
-DEBUG = hasattr(sys, "gettotalrefcount")
 # Far more than a way makes; without an end, the interpreter retries some of its own for ever.
 FROM_THEN_ON = 50_000
 # What the interpreter makes of its own failures: a message, a lock, or a frame's object that is missing.
@@ -55,10 +55,10 @@ def growth(first: int, last: int, way: Way) -> tuple[str, int]:
     """What came of it, and how many references it leaves behind every time."""
     for _ in range(8):
         gc.collect()
-        before = sys.gettotalrefcount() if DEBUG else 0
+        before = total()
         got = failing(first, last, way)
         gc.collect()
-        delta = sys.gettotalrefcount() - before if DEBUG else 0
+        delta = total() - before
         if delta <= 0:
             break
     return got, delta
@@ -102,8 +102,9 @@ def main(folder: str) -> None:
 
 def run(short: bool) -> str:
     counted = builds.python(builds.RELEASE, "-m", "harden.allocations")
-    shim = builds.shim("failing_new.cpp")
-    new = builds.python(builds.DEBUG, "-m", "harden.allocations", "new", preload=shim)
+    library = str(builds.ready(builds.DEBUG) / "failing_new.so")
+    builds.command("g++", *"-O1 -g -Wall -Wextra -shared -fPIC -o".split(), library, "harden/failing_new.cpp")
+    new = builds.python(builds.DEBUG._replace(preload=(library,)), "-m", "harden.allocations", "new")
     return f"failures: {counted}; of C++ new {new}"
 
 

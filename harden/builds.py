@@ -6,7 +6,6 @@ from pathlib import Path
 from typing import NamedTuple
 
 ROOT = Path(__file__).resolve().parent.parent
-SCRATCH = ROOT / "build-harden"
 
 
 class Failed(Exception):
@@ -56,29 +55,13 @@ def ready(build: Build) -> Path:
     return folder
 
 
-def environment(build: Build) -> dict[str, str]:
+def python(build: Build, *arguments: str, runner: str = "") -> str:
+    """The output of a program run by Debian's interpreter with that build of the module."""
     libraries = [command("g++", f"-print-file-name={name}") for name in build.preload]
-    return {
+    variables = {
         "PYTHONPATH": os.pathsep.join(str(ROOT / name) for name in ("host", "", "tests")),
         "PYTHONDONTWRITEBYTECODE": "1",
         "CITATION_CHECK_BUILD": str(ready(build)),
         "LD_PRELOAD": " ".join(libraries),
-    } | build.environment
-
-
-def python(build: Build, *arguments: str | Path, preload: Path | None = None, runner: str = "") -> str:
-    """The output of a program run by Debian's interpreter with that build of the module."""
-    variables = environment(build)
-    if preload:
-        variables["LD_PRELOAD"] += f" {preload}"
-    if runner:
-        variables["PYTHONMALLOC"] = "malloc"
-    return command(*runner.split(), build.python, *arguments, **variables)
-
-
-def shim(source: str) -> Path:
-    """A library to be preloaded, built from a source file beside this one."""
-    SCRATCH.mkdir(exist_ok=True)
-    library = SCRATCH / Path(source).with_suffix(".so").name
-    command("g++", *"-O1 -g -Wall -Wextra -shared -fPIC -o".split(), library, f"harden/{source}")
-    return library
+    }
+    return command(*runner.split(), build.python, *arguments, **variables | build.environment)

@@ -9,8 +9,6 @@ import multiprocessing
 import os
 import time
 from collections import Counter
-from collections.abc import Iterator
-from contextlib import contextmanager
 from pathlib import Path
 from tempfile import TemporaryDirectory
 from typing import Any
@@ -43,19 +41,6 @@ def swap_for_ever(one: Path, link: Path, at_once: bool) -> None:
             pass
 
 
-@contextmanager
-def attacked(name: Path, link: Path, target: Path, at_once: bool) -> Iterator[None]:
-    link.symlink_to(target)
-    swapped = name, link, at_once
-    attacker = multiprocessing.get_context("fork").Process(target=swap_for_ever, args=swapped, daemon=True)
-    attacker.start()
-    try:
-        yield
-    finally:
-        attacker.kill()
-        attacker.join()
-
-
 def texts_of(sources: Any, path: str, reads: int, awaited: str) -> Counter[str]:
     """How often each text came, in so many reads, and in more where the awaited one is late."""
     texts = Counter[str]()
@@ -70,13 +55,20 @@ def texts_of(sources: Any, path: str, reads: int, awaited: str) -> Counter[str]:
 
 def withstand(attack: str, reads: int) -> str:
     """Raises AssertionError when a text from outside is read, or when the plain form does not give one."""
-    path, *names = ATTACKS[attack]
+    path, name, link, target = ATTACKS[attack]
     with TemporaryDirectory() as folder:
         repo = lay_out(Path(folder))
         module, plain = (load().CitedSources(repo) for load in (load_module, load_plain))
-        with attacked(*map(repo.parent.joinpath, names), at_once="renamed" not in attack):
+        (repo.parent / link).symlink_to(repo.parent / target)
+        swapped = repo.parent / name, repo.parent / link, "renamed" not in attack
+        attacker = multiprocessing.get_context("fork").Process(target=swap_for_ever, args=swapped)
+        attacker.start()
+        try:
             texts = texts_of(module, path, reads, INSIDE)
             leaks = texts_of(plain, path, min(reads, 20_000), OUTSIDE)
+        finally:
+            attacker.kill()
+            attacker.join()
     # `pathlib` itself stumbles over a link that goes while it is resolved.
     allowed = {INSIDE, "", "RuntimeError", "FileNotFoundError", "OSError"}
     assert texts.keys() <= allowed, f"read from outside: {attack}: {texts}"

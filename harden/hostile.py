@@ -6,10 +6,10 @@ from pathlib import Path
 
 INSIDE, OUTSIDE = "inside\n", "outside\n"
 
-# Below the repository; what starts with "/" lies beside it.
+# Below the repository; what starts with "/" lies beside it, and "@" repeats the path of both below it.
 FILES = {
-    INSIDE: "f src/f a/b/f top/dir/f",
-    OUTSIDE: "/f /secret /src/f /tree/f /tree/dir/f /repo-evil/f /repo2/f /rep/f /repo.py",
+    INSIDE: "f src/f a/b/f top/dir/f \udcfe",
+    OUTSIDE: "@/repo/f /f /secret /src/f /tree/f /tree/dir/f /repo-evil/f /repo2/f /rep/f /repo.py",
 }
 # A target with "@" is absolute.
 LINKS = {
@@ -44,7 +44,7 @@ HOSTILE += [
 BEHIND_LOOPS = "loop/../away loop/../tree/f loop1/../chain loop/../up/secret loop/x/../../src/away".split()
 HARMLESS = [
     *"f ./f src/f src/../f here/f here/here/f to-f to-src/f to-f-absolute out-and-in/f up/repo/f".split(),
-    *"../repo/f @/repo/f src/to-a/b/f nowhere/../f //@/repo/f a/b/../../src/f".split(),
+    *"../repo/f @/repo/f src/to-a/b/f nowhere/../f //@/repo/f a/b/../../src/f \udcfe".split(),
 ]
 # No files, or what could keep a reader for ever.
 UNREADABLE = [
@@ -58,7 +58,8 @@ def lay_out(folder: Path) -> Path:
     repo = folder.resolve() / "repo"
 
     def place(name: str) -> Path:
-        place = repo.parent / name[1:] if name.startswith("/") else repo / name
+        below = name.replace("@", str(repo.parent)[1:])
+        place = repo.parent / name[1:] if name.startswith("/") else repo / below
         place.parent.mkdir(parents=True, exist_ok=True)
         return place
 

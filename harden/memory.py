@@ -11,13 +11,14 @@ from support import outcome
 from harden import builds
 from harden.ways import repository, ways
 
-VALGRIND = """valgrind -q --error-exitcode=9 --leak-check=full --show-leak-kinds=definite
-    --errors-for-leak-kinds=definite --num-callers=30"""
+VALGRIND = """env PYTHONMALLOC=malloc valgrind -q --error-exitcode=9 --leak-check=full
+    --show-leak-kinds=definite --errors-for-leak-kinds=definite --num-callers=30"""
+# Only the debug interpreter counts them.
+total = getattr(sys, "gettotalrefcount", lambda: 0)
 
 
 def growth(way: Callable[[], object], rounds: int) -> list[int]:
     """How many references each round leaves behind, after three to warm up."""
-    total = getattr(sys, "gettotalrefcount", lambda: 0)
     deltas = []
     for _ in range(3 + rounds):
         gc.collect()

@@ -23,7 +23,6 @@ CONSTANTS = "_PASSAGE_CHARS _CLAIM_MIN_CHARS _DETAIL_CLAIM_CHARS _FAILURE_CHARS 
 UNRECORDED = """__new__ __init__ __class__ __getattribute__ __init_subclass__ __subclasshook__ __repr__
 __del__ __setattr__ __delattr__ __dir__ __doc__ __reduce__ __reduce_ex__""".split()
 RAW_RESULTS = [f"__{name}__" for name in "str format hash len index int fspath iter".split()]
-WHOLE = "markdown", "text"
 
 
 class Recorder:
@@ -51,7 +50,7 @@ class Recorder:
         if value is None or value is NotImplemented or isinstance(value, (Watch, BaseException)):
             return value
         # What is joined has to be a text.
-        text = self.style == "stand-in" and kind is str and label not in WHOLE
+        text = self.style == "stand-in" and kind is str and label not in ("markdown", "text")
         if text or self.style == "subclass" and kind in BASES:
             made = self.subclass(kind)(value)
             self.made += [ref(made) for _ in (1,) if kind in (str, dict, list)]

@@ -103,8 +103,7 @@ def ways(imported: ModuleType, root: Path, module: ModuleType | None = None) -> 
     host.watch = lambda _label, value: value
     own.watch = lambda _label, value: Text(value) if type(value) is str else value
     given, blocks = SimpleNamespace(client=Client(), other=Client(str), root=root), one._prose_blocks
-    off, refused = Client(), Client(allow_source_upload=False)
-    off.switch = False
+    off, refused = Client(switch=False), Client(allow_source_upload=False)
 
     def half_way(step: str, *what: Any) -> Any:
         made = blocks(PAGE)
@@ -140,6 +139,7 @@ def repository(folder: Path) -> Path:
     """A repository whose one source file holds the lines "line 1" to "line 9"; a link leads out of it."""
     (folder / "src").mkdir(parents=True)
     (folder / "src/app.py").write_text("".join(f"line {number}\n" for number in range(1, 10)))
+    (folder / "crs").write_bytes(b"one\r\ntwo\rthree")
     (folder.parent / "secret").write_text("secret\n")
     for link, target in {"loop": "loop", "away": "../secret", "near": "src/app.py"}.items():
         (folder / link).symlink_to(target)

@@ -1,26 +1,24 @@
-import importlib
-import sys
-from pathlib import Path
+"""The module and its plain Python form, and a repository, for each test."""
 
 import pytest
 
-ROOT = Path(__file__).resolve().parent.parent
-sys.path[:0] = [str(ROOT / "host"), str(ROOT)]
 pytest.register_assert_rewrite("support")
+from support import fresh  # puts the rest on the path
+from bench.load import load_module, load_plain
+from harden.ways import repository
 
 
 @pytest.fixture(scope="session")
 def imported():
-    return importlib.import_module("quenlow.workers.wiki.citation_check")
+    return load_module()
 
 
 @pytest.fixture
 def both(imported):
     """A copy of the module for one test, which may change it as it likes, and of its plain Python form."""
-    plain = importlib.import_module("bench.load").load_plain()
-    return tuple(map(importlib.import_module("support").fresh, (imported, plain)))
+    return fresh(imported), fresh(load_plain())
 
 
 @pytest.fixture
 def repo(tmp_path):
-    return importlib.import_module("harden.ways").repository(tmp_path / "repo")
+    return repository(tmp_path / "repo")

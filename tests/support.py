@@ -12,6 +12,7 @@ from types import FunctionType, ModuleType, SimpleNamespace
 from typing import Any
 
 ROOT = Path(__file__).resolve().parent.parent
+sys.path[:0] = [str(ROOT / "host"), str(ROOT)]
 FUNCTIONS = """CitedClaim.ref CitationCheck.score CitationCheck.findings CitationCheck.warnings _prose_blocks
 _claim_text cited_claims cited_lines CitedSources.__init__ CitedSources.passage CitedSources._read
 check_citations CitationChecker.__init__ CitationChecker.enabled CitationChecker.check
@@ -35,9 +36,9 @@ def fail(*_given: object, **_named: object) -> Any:
     raise LookupError("failed")
 
 
-def odd(**methods: Any) -> type:
-    """A class with these special methods only."""
-    return type("Odd", (), {f"__{name}__": method for name, method in methods.items()})
+def odd(*bases: type, **methods: Any) -> type:
+    """A class with special methods of its own."""
+    return type("Odd", bases, {f"__{name}__": method for name, method in methods.items()})
 
 
 def outcome(call: Callable[..., Any], *given: Any, **named: Any) -> str:
@@ -45,7 +46,8 @@ def outcome(call: Callable[..., Any], *given: Any, **named: Any) -> str:
     try:
         result = repr(call(*given, **named))
     except BaseException as error:
-        result = f"{type(error).__qualname__}: {error} {getattr(error, 'name', '')} in {type(error.__context__).__qualname__}"
+        context = type(error.__context__).__qualname__
+        result = f"{type(error).__qualname__}: {error} {getattr(error, 'name', '')} in {context}"
     return re.sub(r" at 0x\w+", "", result.replace("citation_check_plain", "citation_check"))
 
 
@@ -101,12 +103,12 @@ def page(*lines: str) -> str:
     return "\n\n".join(f"The sentence about {text} [src/app.py:{text}]." for text in lines)
 
 
-def ended(script: str, *given: Any) -> tuple[Any, ...]:
-    """How a script ends, with an interpreter of its own."""
-    environment = os.environ | {"PYTHONPATH": f"{ROOT}/host:{ROOT}", "PYTHONDONTWRITEBYTECODE": "1"}
-    command = [sys.executable, "-c", script, *given]
+def ended(*given: Any, timeout: int = 20) -> tuple[Any, ...]:
+    """How an interpreter that is given this ends, and what it prints."""
+    environment = os.environ | {"PYTHONPATH": ":".join(sys.path), "PYTHONDONTWRITEBYTECODE": "1"}
+    command = [sys.executable, *given]
     try:
-        run = subprocess.run(command, env=environment, capture_output=True, text=True, timeout=20)
+        run = subprocess.run(command, env=environment, capture_output=True, text=True, timeout=timeout)
     except subprocess.TimeoutExpired:
         return ("hangs",)
     return run.returncode, run.stdout.replace("_plain", ""), run.stderr
@@ -119,10 +121,10 @@ def verdict(sentence: str) -> str:
 class Client:
     """A decision client that answers with what `answer` makes of the sentence."""
 
-    def __init__(self, answer: Callable[[str], Any] = verdict, **config: Any) -> None:
+    def __init__(self, answer: Callable[[str], Any] = verdict, switch: bool = True, **config: Any) -> None:
         usual = {"wiki_check_citations_per_page": 100, "max_parallel_calls": 2, "allow_source_upload": True}
         self.config = SimpleNamespace(**usual | config)
-        self.answer, self.switch = answer, True
+        self.answer, self.switch = answer, switch
 
     def feature_enabled(self, name: str) -> Any:
         return name == "wiki_check_citations" and self.switch

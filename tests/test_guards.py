@@ -3,92 +3,63 @@
 import _testcapi
 import dataclasses
 import io
-import os
-import pathlib
 import re
 import sys
-from itertools import chain
+from itertools import chain, count, repeat
 from pathlib import Path, PosixPath
 from types import ModuleType, SimpleNamespace
+from unittest.mock import Mock
 
 import pytest
 from support import READ, Text, agree, fail, find, fresh, odd, outcome
 
-from harden.ways import PAGE, PATHS, quiet, repository, ways
+from harden.ways import PAGE, PATHS, quiet, ways
+
+Poison = odd(**dict.fromkeys("getattr call getitem index hash eq lt gt le ge iter bool len".split(), fail))
 
 
-class Used(Exception):
-    pass
-
-
-def used(*_given, **_named):
-    raise Used
-
-
-Poison = odd(**dict.fromkeys("getattr call getitem index hash eq lt gt le ge iter bool len".split(), used))
-
-
-@pytest.fixture(scope="module")
-def root(tmp_path_factory):
-    made = repository(tmp_path_factory.mktemp("guards") / "repo")
-    (made / "crs").write_bytes(b"one\r\ntwo\rthree")
-    return made
-
-
-def driven(one, root, change):
+def driven(one, repo, change):
     """What every way comes to once `change` was made to the module."""
     one = quiet(one)
-    table = ways(one, root, one)
+    table = ways(one, repo, one)
     change(one)
     return {name: outcome(way) for name, way in table.items() if ", slowly" not in name and name != "import"}
 
 
 @pytest.mark.parametrize("name", READ)
-def test_names_are_read_when_they_are_used(both, root, name):
-    agree(both, lambda one: driven(one, root, lambda one: setattr(one, name, Poison())))
-    agree(both, lambda one: driven(one, root, lambda one: delattr(one, name)))
+def test_names_are_read_when_they_are_used(both, repo, name):
+    agree(both, lambda one: driven(one, repo, lambda one: setattr(one, name, Poison())))
+    agree(both, lambda one: driven(one, repo, lambda one: delattr(one, name)))
 
 
-class Index(int):
-    def __index__(self):
-        return fail() if self else 0
-
-
-class Always(tuple):
-    __eq__ = __ne__ = lambda _self, _other: True
-
-
-class Bool:
+def truth(*answers):
     """Is true or false as often as it is told to, and then fails."""
-
-    def __init__(self, *answers):
-        self.answers = list(answers)
-
-    def __bool__(self):
-        return self.answers.pop(0) if self.answers else fail()
-
-
-def swapped(self, claim, path, start, end):
-    vars(self).update(claim=path, path=claim, start=end, end=start)
+    return odd(bool=Mock(side_effect=chain(answers, repeat(LookupError))))()
 
 
 def pattern(result):
     return SimpleNamespace(match=result, sub=result, finditer=result, split=result)
 
 
-def entered(**methods):
-    return lambda **_named: odd(**methods)()
+def numbered(*_given, **_named):
+    """Fails with an error whose name and text say which was asked for first."""
+    number = count()
+    kind = type("Kind", (type,), {"__name__": property(lambda _self: f"Error {next(number)}")})
+    raise kind("Error", (Exception,), {"__format__": lambda *_two: f"text {next(number)}"})
 
 
 def always(*values):
     return [lambda *_given, value=value, **_named: value for value in values]
 
 
-LIMITS = None, 0, -3, 12.5, 13, 10**30, -(10**30), "12", True, Index(0), Index(1), Bool()
-ODD = [fail, int, lambda *_two: Bool(True), lambda *_two: Bool(), lambda *two: [Text(two[-1])]]
+Index = odd(int, index=lambda number: fail() if number else 0)
+LIMITS = None, 0, -3, 12.5, 13, 10**30, -(10**30), "12", True, Index(0), Index(1), truth()
+ODD = [fail, int, lambda *_two: truth(True), lambda *_two: truth(), lambda *two: [Text(two[-1])]]
 PATTERNS = [None, re.compile("x*"), re.compile(r"\w+", re.ASCII), *map(pattern, ODD)]
-KEYS = [["src/app.py", 1, 2], ("a", -(9**99), 2), ("a", 1), ("a", 1, 2, 3), None, ("a", "1", 2), ("a", 1.0, 2), ("a", True, 2),
-        odd(getitem=lambda _self, at: "abc"[at])(), odd(iter=lambda _self: chain("abc", map(fail, "d")))()]
+KEYS = [["src/app.py", 1, 2], ("a", -(9**99), 2), ("a", 1), ("a", 1, 2, 3), None, ("a", "1", 2),
+        ("a", 1.0, 2), ("a", True, 2), odd(getitem=lambda _self, at: "abc"[at])(),
+        odd(iter=lambda _self: chain("abc", map(fail, "d")))()]
+Always = odd(tuple, eq=lambda *_two: True, ne=lambda *_two: True)
 ANSWERS = [SimpleNamespace(verdict=verdict) for verdict in ([], None, Text("contradicts"))]
 VALUES = {
     **dict.fromkeys(["_PASSAGE_CHARS", "_CLAIM_MIN_CHARS", "_DETAIL_CLAIM_CHARS", "_FAILURE_CHARS"], LIMITS),
@@ -97,59 +68,56 @@ VALUES = {
     "_VERDICT_FINDINGS": [None, {}, *({"contradicts": made} for made in ("abc", [1, 2], (1, [], {}), 5))],
     "_prose_blocks": always(None, ["Reads files [a:L1].", 7]), "citation_key": always(*KEYS), "logger": [len],
     "_norm": [lambda path: [path], Text, fail, Path, *always("/etc/passwd", "a\0")], "threading": [len],
-    "_claim_text": always([0] * 12, 12, Text("a" * 12)), "source_consented": [lambda _client: Bool(True)],
-    "citation_request": always((1,), "abc", None, (((), "a"), 2)), "check_citations": always(None, 7),
+    "_claim_text": always([0] * 12, 12, Text("a" * 12)), "source_consented": [lambda _client: truth(True)],
+    "citation_request": always((1,), "abc", None, (((), "a"), 2)), "CitedClaim.ref": [7],
     "citation_answer": always(None, 0, *ANSWERS), "CitationChecker._failed": [True],
     "CitedClaim": [lambda *values: values, lambda *values: Always(values), *always(float("nan")), None],
-    "CitedClaim.__eq__": [*always(False, True, NotImplemented, Bool()), lambda *_two: Bool(True)],
-    "CitedClaim.__init__": [swapped, fail], "CitedClaim.__new__": always("text"), "CitedClaim.ref": [7],
+    "CitedClaim.__eq__": [*always(False, True, NotImplemented, truth()), lambda *_two: truth(True)],
+    "CitedClaim.__init__": [
+        fail, lambda self, *four: vars(self).update(zip(("path", "claim", "end", "start"), four))],
+    "CitedClaim.__new__": always("text"), "CitedClaim.__hash__": [fail],
     "CitedClaim.__getattribute__": [fail], "CitedClaim.__setattr__": always(None),
     "CitedClaim.claim": [property(lambda _self: "new")],
-    "CitedClaim.start": [property(lambda _self: 7, lambda *_two: None)], "CitedClaim.__hash__": [fail],
+    "CitedClaim.start": [property(lambda _self: 7, lambda *_two: None)],
     "CheckedClaim.__setattr__": [fail], "CheckedClaim.answer": [property(always(ANSWERS[2])[0])],
+    # It is read once to join a path, and once to test it.
+    "CitedSources.root": [property(
+        lambda one: one.roots.pop(), lambda one, root: vars(one).update(roots=[root / "none", root] * 9))],
     "CitedSources.passage": [fail, *always(None)], "CitedSources._read": always("own\ntwo", b"a"),
     "CitationCheck.findings": [print, *always([{}], [dict(kind=1, detail=2)])],
-    "CitationChecker.enabled": always(None, 7),
+    "CitationChecker.enabled": always(None, 7), "check_citations": [numbered, *always(None, 7)],
     "re": [SimpleNamespace(sub=lambda *given: f"<{given[-1]}>"), ModuleType("re")],
-    "ThreadPoolExecutor": [entered(), entered(enter=print), entered(enter=fail, exit=print), fail],
+    "ThreadPoolExecutor": [fail, *always(odd()(), odd(enter=print)(), odd(enter=fail, exit=print)())],
 }
 
 
 @pytest.mark.parametrize("name, value", [(name, value) for name in VALUES for value in VALUES[name]])
-def test_names_may_hold_anything(both, root, name, value):
+def test_names_may_hold_anything(both, repo, name, value):
     def change(one):
         *owner, attribute = name.split(".")
         setattr(getattr(one, owner[0]) if owner else one, attribute, value)
 
-    agree(both, lambda one: driven(one, root, change))
+    agree(both, lambda one: driven(one, repo, change))
 
 
-@pytest.mark.parametrize("qualname, parameters, value", [
-    ("_claim_text", "sentence", "f'{sentence} own'"), ("_prose_blocks", "markdown", "markdown.split('. ')"),
-    ("cited_lines", "text, start, end", "f'own {start}'"), ("CitedSources.passage", "self, claim", "'own'"),
-    ("CitedClaim.__init__", "self, claim, path, start, end", "vars(self).update(path=path)"),
-    ("CitedClaim.__eq__", "self, other", "True"),
-    ("CitedSources._read", "self, path", "'own lines'"), ("CitationCheck.findings", "self, page_id", "[]"),
-    ("check_citations", "client, markdown, repo_root, *, max_questions, budget", "{'own': markdown}")])
-def test_code_that_was_replaced(both, root, qualname, parameters, value):
+@pytest.mark.parametrize("qualname, replacement", [
+    ("_claim_text", lambda sentence: f"{sentence} own"), ("CitationCheck.findings", lambda self, page_id: []),
+    ("_prose_blocks", lambda markdown: markdown.split(". ")), ("CitedClaim.__eq__", lambda self, other: True),
+    ("CitedSources.passage", lambda self, claim: "own"), ("CitedSources._read", lambda self, path: "own"),
+    ("cited_lines", lambda text, start, end: f"own {start}"),
+    ("CitedClaim.__init__", lambda self, claim, path, start, end: vars(self).update(path=path)),
+    ("check_citations", lambda client, markdown, repo_root, *, max_questions, budget: {"own": markdown})])
+def test_code_that_was_replaced(both, repo, qualname, replacement):
     """What a function's code becomes counts, though the function is the same object."""
 
     def change(one):
-        function, namespace = find(one, qualname), {}
-        cells = ", ".join(function.__code__.co_freevars)
-        other = f"def other({parameters}):\n  (lambda: ({cells}))\n  return {value}"
-        exec(f"def outer({cells}):\n {other.replace(chr(10), chr(10) + ' ')}\n return other", namespace)
-        function.__code__ = namespace["outer"](*[None] * len(function.__code__.co_freevars)).__code__
+        function = find(one, qualname)
+        function.__code__ = replacement.__code__.replace(co_freevars=function.__code__.co_freevars)
 
-    assert agree(both, lambda one: driven(one, root, change)) != repr(driven(both[1], root, id))
+    assert agree(both, lambda one: driven(one, repo, change)) != repr(driven(both[1], repo, id))
 
 
 compiled, joined, record, opened = re.compile, PosixPath.__truediv__, dataclasses.dataclass, io.open
-
-
-def module_like(names):
-    vars(made := ModuleType("re")).update(names)
-    return made
 
 
 def fake(file, *how, **named):
@@ -157,52 +125,56 @@ def fake(file, *how, **named):
     return io.StringIO("fake\nlines") if str(file).endswith("app.py") else opened(file, *how, **named)
 
 
-MODULES = sys.modules
-LIBRARY = [
-    (re, "compile", lambda pattern: compiled(pattern.encode())), (re, "sub", len),
-    (re, "compile", lambda pattern: compiled(f"{pattern}(?=R)")), (re, "sub", lambda *given: given[-1]),
-    (re, "compile", lambda pattern: compiled(pattern, re.ASCII)),
-    (re, "__class__", type("Re", (ModuleType,), {"sub": property(fail)})),
-    (pathlib, "Path", type("Path", (PosixPath,), {})), (pathlib, "Path", object), (Path, "ls", fail),
-    (os.path, "realpath", lambda path, **_named: str(path).replace("app", "no")), (os.path, "realpath", fail),
-    (Path, "resolve", lambda self, **_named: self / "src"), (Path, "open", fail), (Path, "__fspath__", fail),
-    (Path, "read_text", lambda *_given, **_named: "line 1\nread"), (PosixPath, "read_text", fail),
-    (Path, "is_relative_to", lambda *_two: True), (pathlib.PurePath, "is_relative_to", fail), (Path, "__new__", fail),
-    (Path, "__truediv__", lambda self, _path: joined(self, "src/app.py")), (Path, "__str__", fail),
-    (MODULES, "re", module_like(vars(re))), (re, "_compile", fail), (os, "lstat", fail), (os, "readlink", fail),
-    (io, "open", fake), (io, "open", fail), (io, "text_encoding", fail), (os, "stat", fail), (Path, "stat", fail),
-    (pathlib, "io", SimpleNamespace(open=fake, text_encoding=str)), (pathlib, "os", Poison()), (os, "path", Poison()),
-    (re.sub, "__defaults__", (1, 0)), (Path.open, "__defaults__", ("r", -1, None, None, "")), (Path, "read_text", property(lambda _self: opened("/gone"))),
-    (dataclasses, "dataclass", lambda *made, **_named: made[0] if made else record),
-]
-
-
+twin = ModuleType("re")
+vars(twin).update(vars(re))
+LIBRARY = {
+    "re.compile": [lambda pattern: compiled(pattern.encode()), lambda pattern: compiled(f"{pattern}(?=R)"),
+                   lambda pattern: compiled(pattern, re.ASCII)],
+    "re.sub": [len, lambda *given: given[-1]], "re.sub.__defaults__": [(1, 0)], "re": [twin],
+    "re.__class__": [type("Re", (ModuleType,), {"sub": property(fail)})],
+    "io.open": [fake, fail], "os.path": [Poison()], "pathlib.os": [Poison()],
+    "os.path.realpath": [lambda path, **_named: str(path).replace("app", "no"), fail],
+    "pathlib.io": [SimpleNamespace(open=fake, text_encoding=str)],
+    "pathlib.Path": [type("Path", (PosixPath,), {}), object],
+    "pathlib.Path.resolve": [lambda self, **_named: self / "src"],
+    "pathlib.Path.is_relative_to": [lambda *_two: True],
+    "pathlib.Path.__truediv__": [lambda self, _path: joined(self, "src/app.py")],
+    "pathlib.Path.read_text": [
+        lambda *_given, **_named: "line 1\nread", property(lambda _self: opened("/gone"))],
+    "pathlib.Path.open.__defaults__": [("r", -1, None, None, "")],
+    "dataclasses.dataclass": [lambda *made, **_named: made[0] if made else record],
+    **dict.fromkeys("""re._compile io.text_encoding os.lstat os.stat os.readlink pathlib.Path.ls
+        pathlib.Path.open pathlib.Path.stat pathlib.Path.__fspath__ pathlib.Path.__new__ pathlib.Path.__str__
+        pathlib.PurePath.is_relative_to pathlib.PosixPath.read_text""".split(), [fail]),
+}
 # What is patched in place before the import counts as the library's own.
-CHANGES = [(*change, when) for change in LIBRARY for when in ("before", "after", "throughout")
-           if change[1] != "__defaults__" or when == "after"]
+CHANGES = [(name, value, when) for name in LIBRARY for value in LIBRARY[name]
+           for when in ("before", "after", "throughout") if "__defaults__" not in name or when == "after"]
 
 
-@pytest.mark.parametrize("owner, name, value, when", CHANGES, ids=[f"{one[1]}-{one[3]}" for one in CHANGES])
-def test_library_that_was_replaced(both, root, monkeypatch, owner, name, value, when):
+@pytest.mark.parametrize("name, value, when", CHANGES, ids=[f"{one[0]}-{one[2]}" for one in CHANGES])
+def test_library_that_was_replaced(both, repo, monkeypatch, name, value, when):
     def steps(one):
         with monkeypatch.context() as patched:
             copy = fresh(one) if when == "after" else None
-            patch = patched.setitem if owner is MODULES else patched.setattr
-            patch(owner, name, value, raising=False) if name == "ls" else patch(owner, name, value)
+            if name == "re":
+                patched.setitem(sys.modules, name, value)
+            else:
+                patched.setattr(name, value, raising=name != "pathlib.Path.ls")
             copy = copy or fresh(one)
             if when == "before":
                 patched.undo()
             sources = copy.CitedSources.__new__(copy.CitedSources)
-            sources.root = root
+            sources.root = repo
             yield [outcome(sources._read, path) for path in (*PATHS[:3], "near", "crs")]
-            yield outcome(copy.CitedSources, root)
+            yield outcome(copy.CitedSources, repo)
             yield outcome(copy.cited_claims, PAGE + "\n\u0663. Reads.\u00a0Writes files [a:L1].")
             yield outcome(copy._claim_text, " a  , b  .  c")
 
     agree(both, lambda one: list(steps(one)))
 
 
-def test_paths_with_methods_of_their_own(both, root):
+def test_paths_with_methods_of_their_own(both, repo):
     """A path that is resolved may have reading methods that its class does not have."""
 
     class Resolved(type(Path())):
@@ -212,8 +184,8 @@ def test_paths_with_methods_of_their_own(both, root):
             return made
 
     for own in ({}, {"read_text": lambda **_named: "own"}, {"open": lambda *_given: io.StringIO("own")},
-                {"read_text": (root / "src/app.py").read_text}):
-        agree(both, lambda one: [outcome(one.CitedSources(Resolved(root))._read, path) for path in PATHS])
+                {"read_text": (repo / "src/app.py").read_text}):
+        agree(both, lambda one: [outcome(one.CitedSources(Resolved(repo))._read, path) for path in PATHS])
 
 
 @pytest.mark.filterwarnings("ignore::DeprecationWarning")

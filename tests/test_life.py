@@ -4,11 +4,12 @@ import pytest
 from support import ended
 
 START = """
-import atexit, gc, sys, threading, time
-from bench.load import load_module, load_plain
+import gc, sys, threading, time
+import bench.load
 from pathlib import Path
+from support import Client
 from types import SimpleNamespace
-module, repo = {"module": load_module, "plain": load_plain}[sys.argv[1]](), Path(sys.argv[2])
+module, repo = getattr(bench.load, sys.argv[1])(), Path(sys.argv[2])
 page = "Reads files [src/app.py:L1]. Writes files [src/app.py:L2].\\n\\n- An item"
 inside, sources = threading.Semaphore(0), module.CitedSources(repo)
 claim, depth, others = module.CitedClaim("a", "src/app.py", 1, 2), [], []
@@ -39,8 +40,7 @@ def daemons(call):
 
 def subinterpreter(code):
     import _xxsubinterpreters as interpreters
-    load = "load_module" if sys.argv[1] == "module" else "load_plain"
-    start = f"import sys; sys.path[:] = {sys.path}; import bench.load; module = bench.load.{load}()\\n"
+    start = f"import sys; sys.path[:] = {sys.path}; import bench.load; module = bench.load.{sys.argv[1]}()\\n"
     others.append(interpreters.create())
     interpreters.run_string(others[0], start + code)
     again = "import builtins; builtins.one.cited_claims('a')"
@@ -62,10 +62,8 @@ SCRIPTS = {f"daemon, {name}": code + CALL for name, code in RELEASES.items()} | 
     "daemon, reading": "daemons(lambda: [inside.release()] + [sources._read('src') for _ in iter(int, 1)])",
     "daemon, error in a handler": """
 def fail(*_given, **_named): raise type("Error", (Exception,), {"__del__": stay})
-module.check_citations, checker = fail, module.CitationChecker.__new__(module.CitationChecker)
-client = SimpleNamespace(config=SimpleNamespace(wiki_check_citations_per_page=1))
-vars(checker).update(client=client, _lock=threading.Lock(), repo_root=1, budget=1)
-daemons(lambda: (setattr(checker, "_failed", False), checker.check(page)))""",
+module.check_citations = fail
+daemons(lambda: module.CitationChecker(Client(), repo).check(page))""",
     "daemon, generator": "daemons(lambda: [stay() for block in module._prose_blocks(page)])",
     "generator at the end": f"kept = suspended(lambda: {READ}); next(kept)",
     "object at the end": f"sys.kept = dying(lambda: {READ})",
@@ -111,7 +109,8 @@ module.cited_claims("\\n\\n".join((page, page, page.replace("files", "all"))))""
 
 @pytest.mark.parametrize("name", SCRIPTS)
 def test_ends_as_the_plain_form(repo, name):
-    expected, got = (ended(START + SCRIPTS[name], form, repo)[:2] for form in ("plain", "module"))
+    expected, got = (
+        ended("-c", START + SCRIPTS[name], load, repo)[:2] for load in ("load_plain", "load_module"))
     assert got == expected and expected[0] == 0
 
 
@@ -119,4 +118,4 @@ def test_a_subinterpreter_reads_at_exit(repo):
     """The plain form gives the interpreter's lock up meanwhile, and never gets it back."""
     script = f"import atexit, os, pathlib; sources = module.CitedSources(pathlib.Path({str(repo)!r}))"
     script += "; atexit.register(lambda: os._exit(len(sources._read('src/app.py'))))"
-    assert ended(START + f"subinterpreter({script!r})", "module", repo)[0] == 9 * len("line 1\n")
+    assert ended("-c", START + f"subinterpreter({script!r})", "load_module", repo)[0] == 9 * len("line 1\n")

@@ -2,6 +2,8 @@
 
 import gc
 from collections import Counter
+from functools import partial
+from unittest.mock import patch
 
 import pytest
 from harden.recorder import STYLES, Recorder, Watch, settle
@@ -9,39 +11,25 @@ from support import READ, find, outcome
 
 from harden.ways import SCENARIOS
 
-METHODS = """CitedClaim.__eq__ CitedClaim.__init__ CitedClaim.__hash__ CheckedClaim.__init__ 
+METHODS = """CitedClaim.__eq__ CitedClaim.__init__ CitedClaim.__hash__ CheckedClaim.__init__
 CitedSources.passage CitedSources.__init__ CitedSources._read CitationCheck.findings""".split()
 
 
-class Stage:
-    """A module on which scenarios are played; it is as it was before each."""
-
-    def __init__(self, module, repo):
-        self.module, self.repo, self.namespace = module, repo, dict(vars(module))
-        self.methods = [(getattr(module, name.split(".")[0]), name.split(".")[1]) for name in METHODS]
-        self.methods = [(owner, name, vars(owner)[name]) for owner, name in self.methods]
-
-    def play(self, scenario, style, at=0, act=None):
-        """What the scenario came to, and its trace."""
-        host = Recorder(self.module, style, at, act)
-        given = settle(host, self.repo)
-        try:
-            came_to = outcome(SCENARIOS[scenario], self.module, host, given)
-            # What the host alone still holds is let go; the rest has to be gone as soon as in the plain form.
-            host.lists.clear()
-            host.watches.clear()
-            return came_to, host.trace, [type(one()).__name__ for one in host.made if one() is not None]
-        finally:
-            vars(self.module).clear()
-            vars(self.module).update(self.namespace)
-            for owner, name, method in self.methods:
-                setattr(owner, name, method)
+def play(module, repo, scenario, style, at=0, act=None):
+    """What the scenario came to, its trace, and what is left of it; the module is as it was before."""
+    host = Recorder(module, style, at, act)
+    with patch.dict(vars(module)), pytest.MonkeyPatch.context() as host.patched:
+        came_to = outcome(SCENARIOS[scenario], module, host, settle(host, repo))
+        # What the host alone still holds is let go; the rest has to be gone as soon as in the plain form.
+        host.lists.clear()
+        host.watches.clear()
+        return came_to, host.trace, [type(one()).__name__ for one in host.made if one() is not None]
 
 
 @pytest.fixture
 def stages(both, repo):
     gc.disable()
-    yield [Stage(one, repo) for one in both]
+    yield [partial(play, one, repo) for one in both]
     gc.enable()
 
 
@@ -67,8 +55,8 @@ def patch_classes(host):
     for qualname in METHODS:
         owner, name = qualname.split(".")
         if type(vars(host.module).get(owner)) is type:
-            method = find(host.module, qualname)
-            setattr(vars(host.module)[owner], name, host.method(name, method))
+            method = host.method(name, find(host.module, qualname))
+            host.patched.setattr(vars(host.module)[owner], name, method)
 
 
 def empty_lists(host):
@@ -81,7 +69,7 @@ ACTS = [*map(raising, ERRORS), replace_names, delete_names, patch_classes, empty
 
 
 def compare(stages, *how):
-    (got, trace, left), (expected, steps, held) = (stage.play(*how) for stage in stages)
+    (got, trace, left), (expected, steps, held) = (stage(*how) for stage in stages)
     for number, (one, other) in enumerate(zip(trace, steps)):
         assert one == other, (how, number, trace[max(0, number - 5) : number])
     assert (got, len(trace)) == (expected, len(steps)), how

@@ -1,5 +1,6 @@
 """The check of a page on real threads, a run's first failure, and pages without measure."""
 
+import inspect
 import signal
 import sys
 import threading
@@ -8,7 +9,7 @@ from concurrent.futures import ThreadPoolExecutor
 from contextlib import nullcontext
 from itertools import product
 from types import SimpleNamespace
-from unittest.mock import Mock
+from unittest.mock import DEFAULT, Mock, patch
 
 import pytest
 from support import Client, Text, agree, fail, odd, outcome, page, verdict
@@ -35,21 +36,16 @@ def test_threads(both, repo):
 
 @pytest.mark.parametrize("parallel, failing, reaching", [(2, ["L2."], "L2."), (3, ["L3.", "L1."], "L1.")])
 def test_failures_of_threads(both, repo, parallel, failing, reaching):
-    class Latch(threading.Event):
-        def set(self):
-            handled.append(sys.exc_info()[0])
-            super().set()
-            latched.set()
-
     def answer(sentence):
         started.wait(10)
         asked.append(name := sentence.split()[-1])
-        assert name == failing[0] or latched.wait(10)
+        assert name == failing[0] or failed.wait(10)
         if name in failing:
             raise ConnectionError(name)
 
-    latched, started, asked, handled = threading.Event(), threading.Barrier(parallel), [], []
-    both[0].threading, client = SimpleNamespace(Event=Latch), Client(answer, max_parallel_calls=parallel)
+    failed, started, asked, handled = Mock(wraps=threading.Event()), threading.Barrier(parallel), [], []
+    failed.set.side_effect = lambda: handled.append(sys.exc_info()[0]) or DEFAULT
+    both[0].threading, client = Mock(Event=lambda: failed), Client(answer, max_parallel_calls=parallel)
     with pytest.raises(ConnectionError, match=reaching):
         both[0].check_citations(client, page(*LINES), repo, max_questions=4)
     assert sorted(asked) == ["L1.", "L2.", "L3."][:parallel] and set(handled) == {ConnectionError}
@@ -58,11 +54,15 @@ def test_failures_of_threads(both, repo, parallel, failing, reaching):
 NUMBERS = [0, -5, 1, 2, 8, 10**30, -(10**30), 2.9, "2", " 3_0\n", True, b"2", None, "x", float("inf"), []]
 
 
-def test_workers_and_cap(both, repo):
+def test_what_a_pool_is_given(both, repo):
     def seen_of(one):
+        def look(ask, asked):
+            seen.append((ask.__qualname__, ask.__doc__, str(inspect.signature(ask))))
+            return map(ask, asked)
+
         def pool(**named):
             seen.append(named)
-            return nullcontext(SimpleNamespace(map=map))
+            return nullcontext(SimpleNamespace(map=look))
 
         seen, one.ThreadPoolExecutor = [], pool
         for parallel, markdown, most in product(NUMBERS, ("No claims.", page(*LINES[:3])), NUMBERS):
@@ -73,33 +73,29 @@ def test_workers_and_cap(both, repo):
     agree(both, seen_of)
 
 
+def dying(log, name, *bases, **attributes):
+    """A class whose objects say when they die."""
+    return type(name, bases, attributes | {"__del__": lambda _self: log.append(f"{name} dies")})
+
+
+def noted(log, name, call):
+    return lambda *given: log.append(name) or call(*given)
+
+
 def test_what_dies_when(both, repo):
     """Values die between the same calls as in the plain form."""
 
     def seen_of(one):
-        log = []
-
-        def dying(base, name):
-            return type(name, (base,), {"__del__": lambda _self: log.append(f"{name} dies")})
-
-        def noted(name, call):
-            return lambda *given: log.append(name) or call(*given)
-
-        one.CheckedClaim = noted("checked", one.CheckedClaim)
+        log, client = [], Client(lambda sentence: log.append("asked") or verdict(sentence))
+        one.CheckedClaim = noted(log, "checked", one.CheckedClaim)
         for name in ("CitedSources", "ThreadPoolExecutor"):
-            original = getattr(one, name)
-            setattr(one, name, dying(original, name))
-            one.check_citations(Client(noted("asked", verdict)), page("L1"), repo, max_questions=5)
-            setattr(one, name, original)
-        record = type("Record", (dying(object, "record"),), {"__eq__": lambda *_two: True})
-        one._norm, one.CitedClaim.__del__ = noted("norm", str), lambda _self: log.append("claim dies")
+            with patch.object(one, name, dying(log, name, getattr(one, name))):
+                one.check_citations(client, page("L1"), repo, max_questions=5)
+        record = dying(log, "record", __eq__=lambda *_two: True)
+        one._norm, one.CitedClaim.__del__ = noted(log, "norm", str), lambda _self: log.append("claim dies")
         one.cited_claims(page("L1", "L2", "L1", "L3"))
-        one.CitedClaim = noted("made", lambda *_four: record())
+        one.CitedClaim = noted(log, "made", lambda *_four: record())
         one.cited_claims(page("L1", "L2", "L3"))
-        result = type("Check", (dying(object, "result"),), {"findings": lambda *_two: []})
-        checker = SimpleNamespace(check=noted("check", lambda _page: result()))
-        one.CitationChecker = SimpleNamespace(enabled=lambda *_three: checker)
-        one.citation_lint_findings(1, {"a": "a", "b": "b"}, repo)
         return log
 
     agree(both, seen_of)
@@ -109,51 +105,36 @@ def test_what_a_loop_holds(both, repo):
     """An item lives until the next one is there, and the last one until the function ends."""
 
     def seen_of(one):
-        def made(base, at, value):
-            kind = type("Item", (base,), {"__del__": lambda _self: log.append(f"{at} dies")})
-            return kind(**value) if base is SimpleNamespace else kind(value)
-
         def each(base, *values):
             for at, value in enumerate(values):
                 log.append(f"next {at}")
-                yield made(base, at, value)
+                kind = dying(log, f"{at}", base)
+                yield kind(**value) if base is SimpleNamespace else kind(value)
             log.append("end")
 
         log, blocks, check = [], one._prose_blocks, one.CitationCheck()
-        claim = one.CitedClaim("Reads files", "a", 1, 1)
-        entries = [{"claim": claim, "answer": SimpleNamespace(verdict=one)} for one in ("contradicts", "supports") * 2]
+        claim, answers = one.CitedClaim("Reads files", "a", 1, 1), ("contradicts", "supports") * 2
+        entries = [{"claim": claim, "answer": SimpleNamespace(verdict=answer)} for answer in answers]
         check.checked = odd(iter=lambda _self: each(SimpleNamespace, *entries), len=lambda _self: 4)()
         log += check.score, check.findings("a")
         check.findings = lambda _page: each(dict, *[{"kind": 1, "detail": 2}] * 3)
         log += check.warnings()
-        lines = SimpleNamespace(split=lambda _end: each(str, "one", "- two", "", "``` three", "four", "```", "five"))
-        for block in blocks(lines):
+        lines = "one", "- two", "", "``` three", "four", "```", "five"
+        for block in blocks(SimpleNamespace(split=lambda _end: each(str, *lines))):
             log.append(block)
-        one._prose_blocks = lambda _page: each(str, "Reads files [a:L1]. Writes", "Reads all files [a:L2]", "four")
+        texts = "Reads files [a:L1]. Writes", "Reads all files [a:L2]", "four"
+        one._prose_blocks = lambda _page: each(str, *texts)
         log += one.cited_claims("page")
         one._SENTENCE_END_RE = SimpleNamespace(split=lambda _block: each(str, "Reads files [a:L1]", "two"))
         log += one.cited_claims("page")
         one.cited_claims = lambda _page: each(SimpleNamespace, *[{"path": "a", "start": 1, "end": 1}] * 3)
         log.append(one.check_citations(Client(), "", repo, max_questions=2))
-        result = SimpleNamespace(findings=lambda _page: [])
-        checker = SimpleNamespace(check=lambda _page: result)
+        result = dying(log, "result", findings=lambda *_two: [])
+        checker = SimpleNamespace(check=noted(log, "check", lambda _page: result()))
         one.CitationChecker = SimpleNamespace(enabled=lambda *_three: checker)
-        for items in ((each(tuple, "ab", "cd", "ef")), zip(each(str, "a", "b", "c"), each(str, "d", "e", "f"))):
+        for items in (each(tuple, "ab", "cd", "ef"), zip(each(str, *"abc"), each(str, *"def"))):
             log += one.citation_lint_findings(1, SimpleNamespace(items=lambda: items), repo)
         return log
-
-    agree(both, seen_of)
-
-
-def test_a_failure_is_told_in_order(both):
-    def seen_of(one):
-        def failing(*_given, **_named):
-            raise kind("Error", (Exception,), {"__format__": lambda *_two: log.append("text") or "said"})
-
-        log, one.check_citations, one.logger = [], failing, Mock()
-        kind = type("Kind", (type,), {"__name__": property(lambda _self: log.append("name") or "Own")})
-        checker = one.CitationChecker(Client(), None)
-        return checker.check("page"), checker.failure, log
 
     agree(both, seen_of)
 
@@ -170,7 +151,7 @@ def test_two_threads_fail_together(both, caplog):
 
 
 def claims(number):
-    return "\n\n".join(f"The sentence of number {at} says so [a:L{at}]." for at in range(1, number + 1))
+    return page(*map("L{}".format, range(1, number + 1)))
 
 
 def test_many_claims_take_time_in_proportion(imported):
@@ -212,21 +193,14 @@ def test_ctrl_c_ends_a_long_page(imported, page):
 
 
 def test_other_threads_run_during_a_long_page(imported):
-    def tick():
-        while not done.wait(0.001):
-            ticks.append(1)
-
-    ticks, done = [], threading.Event()
-    thread = threading.Thread(target=tick)
-    thread.start()
-    while not ticks:
-        time.sleep(0.001)
-    before = len(ticks)
-    imported.cited_claims("x\n" * 8_000_000)
-    after = len(ticks)
-    done.set()
-    thread.join()
-    assert after - before > 3
+    text, began, ticks = "x\n" * 8_000_000, threading.Event(), 0
+    with ThreadPoolExecutor() as pool:
+        reading = pool.submit(lambda: began.set() or imported.cited_claims(text))
+        began.wait(10)
+        while not reading.done():
+            time.sleep(0.001)
+            ticks += 1
+    assert ticks > 3
 
 
 @pytest.mark.parametrize("values", [

@@ -2,35 +2,23 @@
 
 import os
 from itertools import product
-from pathlib import Path
+from pathlib import Path, PosixPath
 
 import pytest
 from harden.hostile import BEHIND_LOOPS, HARMLESS, HOSTILE, OUTSIDE, UNREADABLE, lay_out
-from support import Text, agree, ended, outcome
+from support import Text, agree, ended, odd, outcome
 
 NEAR = [*map(Path, "repo link-to-repo link-to-link repo/. repo/src/.. repo/up/repo repo/here".split())]
 FAR = [*map(Path, "repo/src link-to-src repo/f repo/a/b repo/loop nowhere a\0 \ud800".split(" "))]
 PATHS = """src . missing f/more dangling /etc/passwd //etc/passwd /proc/self/environ loop loop/x loop/../f
-to-f/ here/ bom bad crs""".split() + ["", "src\0/f", "\ud800", "\udcfe", Text("to-f"), Path("to-f"), 7, None, b"src"]
+to-f/ here/""".split() + ["", "src\0/f", "\ud800", Text("to-f"), Path("to-f"), 7, None, b"src"]
+# A path that is no plain one, though what it finds is one.
+Own = odd(PosixPath, truediv=lambda self, path: Path(str(self)) / path)
 
 
 @pytest.fixture
 def files(tmp_path):
-    repo = lay_out(tmp_path)
-    (repo / "bom").write_bytes(b"\xef\xbb\xbffirst\r\nsecond\rthird")
-    (repo / "crs").write_bytes(b"a\r\r\nb\r")
-    (repo / "\udcfe").write_text("named by no text")
-    (twin := repo / str(repo)[1:] / "f").parent.mkdir(parents=True)
-    twin.write_text("the path of another file, below this root")
-    (repo / "bad").write_bytes(b"a\xffb\xed\xa0\x80\xf0\x9f\x98c\x00")
-    return repo
-
-
-class Own(type(Path())):
-    """A path that is no plain one, though what it finds is one."""
-
-    def __truediv__(self, path):
-        return Path(str(self)) / path
+    return lay_out(tmp_path)
 
 
 def test_reading(both, files, monkeypatch):
@@ -53,34 +41,25 @@ def test_reading(both, files, monkeypatch):
     assert [(read(path), trusting(path)) for path in BEHIND_LOOPS] == [("", OUTSIDE)] * len(BEHIND_LOOPS)
 
 
-def test_root_that_changes(both, repo):
-    """The root is read once to join a path, and once to test it."""
-
-    def read(one):
-        roots = [repo / "none", repo]
-        sources = type("Sources", (one.CitedSources,), {"root": property(lambda _self: roots.pop())})
-        return sources.__new__(sources)._read("src/app.py")
-
-    agree(both, read)
-
-
 def test_bytes(both, repo):
     """What bytes become, wherever they stand in a file."""
     inserts = [b"\r", b"\r\n", b"\n\r", b"\r\r", b"\x80", "é".encode(), b"\xc3", "𝒳".encode(), b"\xff\r"]
     contents = [b"a" * place + insert + b"b" * (39 - place) for insert, place in product(inserts, range(40))]
     contents += [b"x" * size + b"\r\n" + b"\xe2\x82\xac" * 3 for size in (4095, 4096, 65535, 65536, 131071)]
+    contents += [b"\xef\xbb\xbffirst\r\nsecond\rthird", b"a\xffb\xed\xa0\x80\xf0\x9f\x98c\x00", b"a\r\r\nb\r"]
     for at, content in enumerate(contents):
         (repo / str(at)).write_bytes(content)
     agree(both, lambda one: [one.CitedSources(repo)._read(str(at)) for at in range(len(contents))])
 
 
 START = """
-import ctypes, fcntl, os, resource, sys, threading
+import contextlib, ctypes, fcntl, os, resource, subprocess, sys, threading
 from pathlib import Path
 from bench.load import load_module
 module, root, libc = load_module(), Path(sys.argv[1]), ctypes.CDLL(None)
 sources, text = module.CitedSources(root), (root / "src/f").read_text()
 def descriptors(): return sorted(os.listdir("/proc/self/fd"))
+def stays(descriptor): return not fcntl.fcntl(int(descriptor), fcntl.F_GETFD) & fcntl.FD_CLOEXEC
 LIMIT = resource.getrlimit(resource.RLIMIT_NOFILE)
 """
 SCRIPTS = {
@@ -112,15 +91,13 @@ assert got == [text, ""], got
 def check(event, given):
     if event == "open":
         kept = [name for name in descriptors() if int(name) > 2 and os.path.lexists(f"/proc/self/fd/{name}")]
-        assert all(fcntl.fcntl(int(name), fcntl.F_GETFD) & fcntl.FD_CLOEXEC for name in kept)
+        assert not any(map(stays, kept))
         seen.append(kept)
 def poll():
     while not done.is_set():
         for name in descriptors():
-            fd, fdinfo = (Path("/proc/self", kind, name) for kind in ("fd", "fdinfo"))
-            try: file, info = os.readlink(fd), fdinfo.read_text()
-            except OSError: continue
-            if file == str(root / "big"): polled.append(int(info.split()[3], 8) & 0o2000000)
+            with contextlib.suppress(OSError):
+                if os.readlink(f"/proc/self/fd/{name}") == str(root / "big"): polled.append(stays(name))
 with open(root / "big", "wb") as big: big.truncate(50_000_000)
 before, seen, polled, done = descriptors(), [], [], threading.Event()
 sys.addaudithook(check)
@@ -129,7 +106,7 @@ assert len(seen) >= 2 and descriptors() == before
 thread = threading.Thread(target=poll); thread.start()
 while len(polled) < 5: sources._read("big")
 done.set(); thread.join()
-assert all(polled) and descriptors() == before
+assert not any(polled) and descriptors() == before
 """,
     "no descriptor is left to be had": """
 for free in range(8):
@@ -142,18 +119,13 @@ for free in range(8):
         assert free or not got
 """,
     "a link into another mount namespace": """
-ready, done = os.pipe(), os.pipe()
-child = os.fork()
-if not child:
-    steps = [lambda: libc.unshare(0x20000), lambda: libc.mount(b"none", b"/", None, 1 << 18 | 1 << 14, None)]
-    steps.append(lambda: libc.mount(b"none", os.fsencode(root), b"tmpfs", 0, None))
-    alone = not any(step() for step in steps) and (root / "hidden").write_text("from outside")
-    os.write(ready[1], b"y" if alone else b"n"), alone and os.read(done[0], 1), os._exit(0)
-if os.read(ready[0], 1) == b"n": sys.exit()  # not allowed here
-(root / "across").symlink_to(f"/proc/{child}/root{root}/hidden")
-got = [sources._read("across"), sources._read(f"/proc/{child}/root{root}/hidden")]
-os.write(done[1], b"x"), os.waitpid(child, 0)
-assert got == ["", ""], got
+steps = 'mount -t tmpfs none "$0" && echo from outside > "$0/hidden" && echo ready && cat'
+with subprocess.Popen(["unshare", "-m", "sh", "-c", steps, root], stdin=-1, stdout=-1, stderr=-1) as child:
+    if not child.stdout.readline(): sys.exit()  # not allowed here
+    hidden = f"/proc/{child.pid}/root{root}/hidden"
+    (root / "across").symlink_to(hidden)
+    got = [sources._read("across"), sources._read(hidden)]
+    assert got == ["", ""] and "outside" in Path(hidden).read_text(), got
 """,
     "what an audit hook sees": """
 from bench.load import load_plain
@@ -184,4 +156,4 @@ assert system._read("self/mem") == system._read(f"self/fd/{readable}") == ""
 
 @pytest.mark.parametrize("name", SCRIPTS)
 def test_system(files, name):
-    assert ended(START + SCRIPTS[name], files) == (0, "", "")
+    assert ended("-c", START + SCRIPTS[name], files) == (0, "", "")
