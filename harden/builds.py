@@ -57,7 +57,7 @@ def ready(build: Build) -> Path:
 
 def python(build: Build, *arguments: str, runner: str = "") -> str:
     """The output of a program run by Debian's interpreter with that build of the module."""
-    libraries = [command("g++", f"-print-file-name={name}") for name in build.preload]
+    libraries = (command("g++", f"-print-file-name={name}") for name in build.preload)
     variables = {
         "PYTHONPATH": os.pathsep.join(str(ROOT / name) for name in ("host", "", "tests")),
         "PYTHONDONTWRITEBYTECODE": "1",

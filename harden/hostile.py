@@ -58,8 +58,7 @@ def lay_out(folder: Path) -> Path:
     repo = folder.resolve() / "repo"
 
     def place(name: str) -> Path:
-        below = name.replace("@", str(repo.parent)[1:])
-        place = repo.parent / name[1:] if name.startswith("/") else repo / below
+        place = (repo.parent if name[0] == "/" else repo) / name.replace("@", str(repo.parent)).lstrip("/")
         place.parent.mkdir(parents=True, exist_ok=True)
         return place
 

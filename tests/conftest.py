@@ -1,22 +1,34 @@
 """The module and its plain Python form, and a repository, for each test."""
 
+from inspect import signature
+
 import pytest
 
 pytest.register_assert_rewrite("support")
-from support import fresh  # puts the rest on the path
+from support import agree, fresh  # puts the rest on the path
 from bench.load import load_module, load_plain
 from harden.ways import repository
 
 
-@pytest.fixture(scope="session")
-def imported():
-    return load_module()
+@pytest.fixture
+def both():
+    """A copy of the module for one test, which may change it as it likes, and of its plain Python form."""
+    return fresh(load_module()), fresh(load_plain())
 
 
 @pytest.fixture
-def both(imported):
-    """A copy of the module for one test, which may change it as it likes, and of its plain Python form."""
-    return fresh(imported), fresh(load_plain())
+def one(both):
+    """The module, or its plain form: the test is called with each, and what it returns has to agree."""
+    return both
+
+
+@pytest.hookimpl(tryfirst=True)
+def pytest_pyfunc_call(pyfuncitem):
+    given = {name: pyfuncitem.funcargs[name] for name in signature(pyfuncitem.obj).parameters}
+    if "one" in given:
+        results = [pyfuncitem.obj(**given | {"one": one}) for one in given["one"]]
+        agree(results, lambda result: result)
+        return True
 
 
 @pytest.fixture

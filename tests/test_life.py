@@ -4,8 +4,7 @@ import pytest
 from support import ended
 
 START = """
-import gc, sys, threading, time
-import bench.load
+import bench.load, gc, sys, threading, time
 from pathlib import Path
 from support import Client
 from types import SimpleNamespace
@@ -107,10 +106,9 @@ module.cited_claims("\\n\\n".join((page, page, page.replace("files", "all"))))""
 }
 
 
-@pytest.mark.parametrize("name", SCRIPTS)
-def test_ends_as_the_plain_form(repo, name):
-    expected, got = (
-        ended("-c", START + SCRIPTS[name], load, repo)[:2] for load in ("load_plain", "load_module"))
+@pytest.mark.parametrize("script", SCRIPTS.values(), ids=SCRIPTS)
+def test_ends_as_the_plain_form(repo, script):
+    expected, got = (ended("-c", START + script, load, repo)[:2] for load in ("load_plain", "load_module"))
     assert got == expected and expected[0] == 0
 
 

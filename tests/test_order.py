@@ -7,7 +7,7 @@ from unittest.mock import patch
 
 import pytest
 from harden.recorder import STYLES, Recorder, Watch, settle
-from support import READ, find, outcome
+from support import READ, fail, find, outcome
 
 from harden.ways import SCENARIOS
 
@@ -31,13 +31,6 @@ def stages(both, repo):
     gc.disable()
     yield [partial(play, one, repo) for one in both]
     gc.enable()
-
-
-def raising(error):
-    def act(_host):
-        raise error("at this step")
-
-    return act
 
 
 def replace_names(host):
@@ -65,7 +58,8 @@ def empty_lists(host):
 
 
 ERRORS = StopIteration, LookupError, OSError, KeyboardInterrupt
-ACTS = [*map(raising, ERRORS), replace_names, delete_names, patch_classes, empty_lists]
+ACTS = [partial(fail, error=error) for error in ERRORS]
+ACTS += replace_names, delete_names, patch_classes, empty_lists
 
 
 def compare(stages, *how):

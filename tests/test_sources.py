@@ -1,6 +1,5 @@
 """The files of a repository: which are read, what comes of them, and what the system sees of it."""
 
-import os
 from itertools import product
 from pathlib import Path, PosixPath
 
@@ -16,13 +15,9 @@ to-f/ here/""".split() + ["", "src\0/f", "\ud800", Text("to-f"), Path("to-f"), 7
 Own = odd(PosixPath, truediv=lambda self, path: Path(str(self)) / path)
 
 
-@pytest.fixture
-def files(tmp_path):
-    return lay_out(tmp_path)
-
-
-def test_reading(both, files, monkeypatch):
+def test_reading(both, tmp_path, monkeypatch):
     """Each path below each root, as a text and as the root's own kind of path."""
+    files = lay_out(tmp_path)
     monkeypatch.chdir(files.parent)
     named = [path.replace("@", str(files.parent)) for path in HOSTILE + HARMLESS]
 
@@ -41,7 +36,7 @@ def test_reading(both, files, monkeypatch):
     assert [(read(path), trusting(path)) for path in BEHIND_LOOPS] == [("", OUTSIDE)] * len(BEHIND_LOOPS)
 
 
-def test_bytes(both, repo):
+def test_bytes(one, repo):
     """What bytes become, wherever they stand in a file."""
     inserts = [b"\r", b"\r\n", b"\n\r", b"\r\r", b"\x80", "é".encode(), b"\xc3", "𝒳".encode(), b"\xff\r"]
     contents = [b"a" * place + insert + b"b" * (39 - place) for insert, place in product(inserts, range(40))]
@@ -49,13 +44,13 @@ def test_bytes(both, repo):
     contents += [b"\xef\xbb\xbffirst\r\nsecond\rthird", b"a\xffb\xed\xa0\x80\xf0\x9f\x98c\x00", b"a\r\r\nb\r"]
     for at, content in enumerate(contents):
         (repo / str(at)).write_bytes(content)
-    agree(both, lambda one: [one.CitedSources(repo)._read(str(at)) for at in range(len(contents))])
+    return [one.CitedSources(repo)._read(str(at)) for at in range(len(contents))]
 
 
 START = """
-import contextlib, ctypes, fcntl, os, resource, subprocess, sys, threading
+import contextlib, ctypes, fcntl, os, resource, struct, subprocess, sys, threading
 from pathlib import Path
-from bench.load import load_module
+from bench.load import load_module, load_plain
 module, root, libc = load_module(), Path(sys.argv[1]), ctypes.CDLL(None)
 sources, text = module.CitedSources(root), (root / "src/f").read_text()
 def descriptors(): return sorted(os.listdir("/proc/self/fd"))
@@ -128,7 +123,6 @@ with subprocess.Popen(["unshare", "-m", "sh", "-c", steps, root], stdin=-1, stdo
     assert got == ["", ""] and "outside" in Path(hidden).read_text(), got
 """,
     "what an audit hook sees": """
-from bench.load import load_plain
 plain, seen = load_plain().CitedSources(root), []
 sys.addaudithook(lambda event, given: event == "open" and seen.append(given))
 for one in (sources, plain):
@@ -136,7 +130,6 @@ for one in (sources, plain):
 assert len(seen) == 8 and seen[:4] == seen[4:], seen
 """,
     "a sandbox that refuses a system call": """
-import struct
 openat2, allow, eperm = 437, 0x7FFF0000, 0x50001
 steps = (0x20, 0, 0, 0), (0x15, 0, 1, openat2), (6, 0, 0, eperm), (6, 0, 0, allow)
 code = ctypes.create_string_buffer(b"".join(struct.pack("HBBI", *step) for step in steps))
@@ -155,5 +148,5 @@ assert system._read("self/mem") == system._read(f"self/fd/{readable}") == ""
 
 
 @pytest.mark.parametrize("name", SCRIPTS)
-def test_system(files, name):
-    assert ended("-c", START + SCRIPTS[name], files) == (0, "", "")
+def test_system(tmp_path, name):
+    assert ended("-c", START + SCRIPTS[name], lay_out(tmp_path)) == (0, "", "")
