@@ -24,8 +24,8 @@ def one(both):
 
 @pytest.hookimpl(tryfirst=True)
 def pytest_pyfunc_call(pyfuncitem):
-    given = {name: pyfuncitem.funcargs[name] for name in signature(pyfuncitem.obj).parameters}
-    if "one" in given:
+    if "one" in pyfuncitem.funcargs:
+        given = {name: pyfuncitem.funcargs[name] for name in signature(pyfuncitem.obj).parameters}
         results = [pyfuncitem.obj(**given | {"one": one}) for one in given["one"]]
         agree(results, lambda result: result)
         return True
