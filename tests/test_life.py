@@ -4,7 +4,7 @@ import pytest
 from support import ended
 
 START = """
-import bench.load, gc, sys, threading, time
+import bench.load, contextlib, gc, itertools, sys, threading, time
 from pathlib import Path
 from support import Client
 from types import SimpleNamespace
@@ -31,9 +31,9 @@ def stay(*_given):
     inside.release()
     while True: time.sleep(0.01)
 
-def daemons(call):
-    for _ in range(4): threading.Thread(target=call, daemon=True).start()
-    for _ in range(4): assert inside.acquire(timeout=10)
+def daemons(call, count=4):
+    for _ in range(count): threading.Thread(target=call, daemon=True).start()
+    for _ in range(count): assert inside.acquire(timeout=10)
     # The end takes long enough for every thread to come for the lock.
     sys.late = type("Late", (), {"__del__": lambda _self, sleep=time.sleep: sleep(0.3)})()
 
@@ -63,6 +63,24 @@ SCRIPTS = {f"daemon, {name}": code + CALL for name, code in RELEASES.items()} | 
 def fail(*_given, **_named): raise type("Error", (Exception,), {"__del__": stay})
 module.check_citations = fail
 daemons(lambda: module.CitationChecker(Client(), repo).check(page))""",
+    "daemon, pool's exit": """
+@contextlib.contextmanager
+def pool(**_given):
+    try: yield
+    finally: stay()
+module.ThreadPoolExecutor = pool
+daemons(lambda: module.check_citations(Client(), page, repo, max_questions=9))""",
+    "daemon, collected in score": """
+answer = type("Answer", (itertools.chain,), {"verdict": property(next)})()
+checked = type("Checked", (), {"answer": property(lambda _self: gc.enable() or answer)})()
+def score():
+    gc.disable()
+    gc.set_threshold(1)
+    dead = dying(stay)
+    dead.cycle = dead
+    del dead
+    module.CitationCheck([checked]).score
+daemons(score, 1)""",
     "daemon, generator": "daemons(lambda: [stay() for block in module._prose_blocks(page)])",
     "generator at the end": f"kept = suspended(lambda: {READ}); next(kept)",
     "object at the end": f"sys.kept = dying(lambda: {READ})",
