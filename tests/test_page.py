@@ -190,7 +190,7 @@ def test_other_threads_run_during_a_long_page(both):
 @pytest.mark.parametrize("values", [
     lambda at: (float("nan"), at), lambda at: (True, at), lambda at: (1, float(at)), lambda at: (9**99, at),
     lambda at: (odd(ge=lambda *_two: True, eq=lambda *_two: at % 5 == 0)(), 1), lambda at: (1, Text(at % 7)),
-    lambda at: (1, odd(eq=lambda *_two: at != 40 or fail(), hash=lambda _self: at)()), lambda at: (at, []),
+    lambda at: (1, odd(eq=lambda *_two: at != 59 or fail(), hash=lambda _self: at)()), lambda at: (at, []),
 ])
 @pytest.mark.parametrize("plain", [range(0), range(90), range(0, 140, 2), range(70, 140)])
 def test_records_that_compare_in_their_own_way(one, values, plain):
@@ -201,4 +201,4 @@ def test_records_that_compare_in_their_own_way(one, values, plain):
         return (match[1], at % 60, at % 60) if at in plain else (match[1], *values(at % 60))
 
     one.citation_key = key
-    return outcome(one.cited_claims, claims(140))
+    return outcome(one.cited_claims, "\n\n".join(f"It says so here [a:L{at}]." for at in range(140)))
