@@ -29,9 +29,12 @@ Ref loaded_module(const char* name) {
     return module && PyModule_CheckExact(module.get()) ? std::move(module) : Ref();
 }
 
-// A function that was written in that module, or a builtin.
-bool is_function_of(Borrowed object, Borrowed module) {
-    if (PyCFunction_CheckExact(object.get())) return true;
+// A function that was written in that module, or the builtin of that name.
+bool is_function_of(Borrowed object, Borrowed module, Borrowed name) {
+    if (PyCFunction_CheckExact(object.get())) {
+        const char* const own_name = reinterpret_cast<PyCFunctionObject*>(object.get())->m_ml->ml_name;
+        return PyUnicode_CompareWithASCIIString(name.get(), own_name) == 0;
+    }
     return PyFunction_Check(object.get()) && PyFunction_GET_GLOBALS(object.get()) == PyModule_GetDict(module.get());
 }
 
@@ -39,8 +42,9 @@ bool is_function_of(Borrowed object, Borrowed module) {
 void keep_functions(Original& kept, Borrowed object, Borrowed module, std::initializer_list<Borrowed> names) {
     Original found;
     found.remember(object, names);
-    for (std::size_t place = 0; place < names.size(); ++place) {
-        if (!is_function_of(found.attribute(place), module)) return;
+    std::size_t place = 0;
+    for (const Borrowed name : names) {
+        if (!is_function_of(found.attribute(place++), module, name)) return;
     }
     kept = std::move(found);
 }
@@ -80,7 +84,7 @@ void keep_patterns(State& state) {
 void keep_cited_claim(State& state) {
     const auto& names = state.names;
     const Ref dataclasses = loaded_module("dataclasses");
-    if (!dataclasses || !is_function_of(state.global(names.dataclass), dataclasses)) return;
+    if (!dataclasses || !is_function_of(state.global(names.dataclass), dataclasses, names.dataclass)) return;
     const Ref type = state.global(names.CitedClaim);
     state.kept(Kept::cited_claim)
         .remember(type, {names.init_dunder, names.new_dunder, names.eq_dunder, names.getattribute_dunder,
