@@ -19,7 +19,7 @@ def decision_client(options: Namespace) -> DecisionClient:
     """The client of one run; what the run may spend, its budgets say."""
     model = _model(options.model_url, options.model, options.timeout)
     model.costs |= options.dry_run  # then it is charged for what no kept answer spares, and not asked
-    return DecisionClient(DecisionConfig(), model, AnswerCache(options.cache) if options.cache else None)
+    return DecisionClient(DecisionConfig(), model, _kept(options.cache, options.run) if options.cache else None)
 
 
 @lru_cache(maxsize=1)  # with its connections to the server
@@ -34,6 +34,11 @@ def _model(url: str | None, name: str | None, timeout: int) -> Any:
         return ChatModel(url, name, os.environ.get(KEY_VARIABLE, "").strip(), timeout, complain)
     except ValueError as error:
         raise CommandError(error) from error
+
+
+@lru_cache(maxsize=1)  # a worker takes many looks in one run
+def _kept(folder: Path, _run: bytes) -> "AnswerCache":
+    return AnswerCache(folder)
 
 
 class AnswerCache(dict[bytes, str]):

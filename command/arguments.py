@@ -1,5 +1,6 @@
 """The options of the `wiki` command, on its command line and in a file of the repository."""
 
+import os
 import re
 import sys
 import tomllib
@@ -16,7 +17,7 @@ from command.terminal import complain
 from quenlow.engines.decision import DecisionConfig
 
 # Where source lines and the key go, and which files are written, the user says and not the repository.
-_OF_THE_USER = "command targets repo consent cache model-url scheduler output write-baseline dry-run".split()
+_OF_THE_USER = "command targets repo consent cache model-url scheduler workers output write-baseline dry-run".split()
 _ABOUT = "Check the sentences of a wiki against the source lines that they cite, as in [src/app.py:L10-L12]."
 _END = """Options may also stand in the repository's wiki.toml, or in its pyproject.toml under [tool.wiki].
 Status 0: nothing was found; 1: something was found that --fail-on names; 2: the check is not complete."""
@@ -43,6 +44,7 @@ def parsed(arguments: Sequence[str]) -> Namespace:
         wiki.error("nothing is checked without --consent, which lets the decision model have the cited lines")
     options = wiki.parse_args([*_settings(wiki, options), *arguments])
     options.show_lines |= options.format == "html"
+    options.run = os.urandom(8)  # tells the runs that a cluster's workers take looks for apart
     return options
 
 

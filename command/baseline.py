@@ -16,7 +16,7 @@ class Baseline:
         self._found = set[tuple[str, ...]]()
         try:
             lines = file.read_text("utf-8").splitlines() if file.exists() or not rewrite else []
-        except (OSError, UnicodeDecodeError) as error:
+        except (OSError, ValueError) as error:
             raise CommandError(f"no baseline can be read (--write-baseline makes one): {error}") from error
         self._known = {tuple(line.split("\t")) for line in lines}
         if any(len(entry) != 3 for entry in self._known):

@@ -36,9 +36,10 @@ def _run(options: Namespace) -> int:
         raise CommandError("--write-baseline needs --baseline FILE")
     pages, unreadable = find_pages(options)
     report = Report(pages=len(pages), findings=unreadable, dry_run=options.dry_run)
-    if options.output and os.path.realpath(options.output) in {os.path.realpath(page.file) for page in pages}:
-        raise CommandError(f"the report would replace a page that it is about: {options.output}")
     baseline = Baseline(options.baseline, options.write_baseline) if options.baseline else None
+    needed = {os.path.realpath(file) for file in (options.baseline or "", *(page.file for page in pages))}
+    if options.output and os.path.realpath(options.output) in needed:
+        raise CommandError(f"the report would replace a page or the baseline: {options.output}")
     looks = first_looks
     if options.scheduler or options.workers:
         from command.cluster import looks
@@ -54,5 +55,3 @@ def _run(options: Namespace) -> int:
     if any(finding.kind in UNCHECKED for finding in report.findings):
         return INCOMPLETE
     return FOUND if any(one.severity in FAILING[options.fail_on] for one in report.findings) else CLEAN
-
-

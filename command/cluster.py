@@ -6,7 +6,6 @@ import signal
 import time
 from argparse import Namespace
 from asyncio import CancelledError
-from collections.abc import Sequence
 from contextlib import suppress
 from multiprocessing import resource_tracker
 from tempfile import TemporaryDirectory
@@ -21,8 +20,7 @@ from command.terminal import STOP_SIGNALS, CommandError
 from quenlow.engines.decision import DecisionClient
 
 _SHARDS_A_THREAD = 16
-_CONNECT_SECONDS = 10
-_WORKERLESS_SECONDS = 30
+_CONNECT_SECONDS, _WORKERLESS_SECONDS = 10, 30
 
 
 def looks(pages: list[Page], options: Namespace, is_over: ShouldStop, client: DecisionClient) -> Checks:

@@ -71,11 +71,9 @@ def _conclude(report: Report, out: TextIO) -> None:
     score = report.checks[0].score if len(report.checks) == 1 else None
     parts = [
         f"{len(report.checks)} of {counted(report.pages, 'page')} checked",
-        f"{questions} asked",
-        counted(len(report.findings), "finding"),
+        f"{questions} asked", counted(len(report.findings), "finding"),
         skipped and f"{counted(skipped, 'claim')} skipped {why}",
-        report.known and f"{report.known} known",
-        report.unanswered and f"{report.unanswered} unanswered",
+        report.known and f"{report.known} known", report.unanswered and f"{report.unanswered} unanswered",
         f"score {score:.2f}" if score is not None else "",
         report.stopped_at and f"stopped at {report.stopped_at}"]
     if report.dry_run:

@@ -18,8 +18,7 @@ class Page(NamedTuple):
 
 def find_pages(options: Namespace) -> tuple[list[Page], list[Finding]]:
     """The named pages and those below the named folders, each once; and the folders that cannot be read."""
-    pages: dict[Path, Page] = {}
-    errors: list[OSError] = []
+    pages, errors = dict[Path, Page](), list[OSError]()
     repo = options.repo.resolve()
     for target in options.targets:
         top, files = (target, list[Path]()) if target.is_dir() else (target.parent, [target])

@@ -113,9 +113,8 @@ def _check(page: Page, client: DecisionClient, options: Namespace, budget: RunBu
 
 class _Run:
     def __init__(self, options: Namespace, should_stop: ShouldStop) -> None:
+        self.options, self.should_stop = options, should_stop
         self.client = decision_client(options)
-        self.options = options
-        self.should_stop = should_stop
         at_once = options.max_parallel_calls
         self.page_threads, self.question_threads = ThreadPoolExecutor(at_once), ThreadPoolExecutor(at_once)
         self.under_way = deque[tuple[PageCheck, Future[PageCheck] | None]]()  # the looks, and what follows

@@ -52,7 +52,7 @@ def stop_on_signals() -> Callable[[], bool]:
 def replacing(file: Path) -> Iterator[TextIO]:
     """Opens what becomes the file when it is whole: until then the file stays as it is."""
     is_device = file.exists() and not file.is_file()
-    file = file if is_device else file.resolve()
+    file = file if is_device else Path(os.path.realpath(file))
     beside = file if is_device else file.with_name(f".{file.name[:99]}.{os.getpid()}")
     try:
         with open(beside, "w", encoding="utf-8", errors="backslashreplace") as out:

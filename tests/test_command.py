@@ -15,7 +15,8 @@ TRUE, WRONG, OTHER = (
     "The download makes 3 attempts [src/app.py:L1].\n", "The download makes 5 attempts [src/app.py:L1].\n",
     "P\xc3\xa4nguins migrate across antarctic glaciers [src/app.py:L1].\n")
 GONE = "".join(TRUE.replace("src/app.py:L1", cited) for cited in (
-    "/src/gone.py:L1", "src/app.py:L7", "../wiki/good.md:L1"))
+    "/src/gone.py:L1", "src/app.py:L7", "../wiki/good.md:L1", "src/app.py:L3-L1"))
+KNOWN = {"repo/known": "../wiki/a.md\t[src/app.py:L1]\tThe download makes 5 attempts.\n"}
 NEAR = ("Attempts [src/app.py:1-3] and [app.py#L1] are [a](b.md#L1) `[a.py:1]`.\n\n# As in [src/app.py:L1]\n"
         "```\n[a.py:1]\n```\n")
 LINT, CHECK = ([*start, "--repo", "repo", "--consent"] for start in (["lint", "wiki"], ["check", "page.md"]))
@@ -52,14 +53,14 @@ def files(repo, monkeypatch):
     (CHECK, {"page.md": f"{WRONG}\n{TRUE}"}, 1, ["page.md:1:1: medium: citation-contra", "score 0.50"]),
     (["check", *LINT[1:]], {}, 2, ["takes one page"]),
     (LINT, {"wiki/a.md": GONE}, 1, ["a.md:1:1: medium: citation-unreadable: [/src/gone.py:L1]",
-        "no such file", "has only 1 line\n", "outside the repo"]),
+        "no such file", "has only 1 line\n", "outside the repo", "last line is before"]),
     (LINT, {"wiki/good.md": OTHER.replace("app", "a") + OTHER.replace("src", "b")}, 1, [
         "note: 2 of 2 citations cannot be read: is ", "/repo the repository"]),
     (LINT, {"wiki/a.md": NEAR}, 0, ["not checked: 3 references", "as [src/app.py:1-3] in wiki/a.md", " 0 "]),
     ([*LINT, "--wiki-check-citations-per-page", "1"], {"wiki/a.md": f"{TRUE}\n{OTHER}"}, 1, [
         "a.md: low: citations-skipped: 1 claim", "(1 over the cap, 0 unreadable)"]),
-    ([*LINT, "--exclude", "old", "--exclude", "*.draft.md"],
-     dict.fromkeys(["wiki/old/x/a.md", "wiki/b.draft.md", "wiki/.git/a.md"], WRONG), 0, ["1 of 1 page"]),
+    ([*LINT, "--exclude", "old", "--exclude", "*.draft.md"], dict.fromkeys(
+        ["wiki/old/x/a.md", "wiki/b.draft.md", "wiki/.git/a.md", "wiki/node_modules/a.md"], WRONG), 0, ["1 of 1"]),
     ([*LINT, "--fail-on", "low"], ONE_WRONG | {"wiki/b.md": WRONG, "repo/wiki.toml": SETTINGS}, 1, [
         " 1 | def", "1 finding"]),
     (LINT, {"repo/pyproject.toml": '[tool.wiki]\nfail-on = "never"', **ONE_WRONG}, 0, ["1 finding"]),
@@ -70,6 +71,12 @@ def files(repo, monkeypatch):
     ([*LINT, "--max-calls-per-batch", "-1"], {}, 2, ["not a count"]),
     (LINT, {"repo/wiki.toml": "timeout = 0"}, 2, ["wiki.toml: argument --timeout: not a count of at"]),
     ([*LINT, "--output", "wiki/good.md"], {}, 2, ["the report would replace a page"]),
+    ([*LINT, "--output", "repo/known", "--baseline", "repo/known"], KNOWN, 2, ["a page or the baseline"]),
+    ([*LINT, "--output", "/dev/stdout", "--fail-on", "medium"], {"wiki/a.md": OTHER}, 0, ["1 finding"]),
+    (LINT, {"wiki/a.md": f"\xef\xbb\xbf{WRONG}"}, 1, [': "The']),
+    (LINT, {"repo/wiki.toml": 'show-lines=false\nbaseline="known"', **KNOWN, **ONE_WRONG}, 0, [" 1 known"]),
+    ([*LINT, "--dry-run", "--baseline", "repo/known", "--write-baseline"], KNOWN, 0, [
+        "wiki/good.md: 1 question\nat most 1 question to ask"]),
 ])
 def test_command(files, arguments, texts, status, said):
     files(**texts)

@@ -68,7 +68,7 @@ def test_json_holds_what_the_text_says(lint, tmp_path):
 
 @pytest.mark.parametrize("options, status, part", [
     (["--format", "github"], 1, "::warning file=wiki/a%2Cb%25.md,line=8,col=1::citation-unreadable: ["),
-    (["--format", "sarif"], 1, '"uri": "wiki/a%2Cb%25.md"'), (["--format", "html"], 1, "<!doctype html>"),
+    (["--format", "sarif"], 1, '"uri": "wiki/a%2Cb%25.md"'), (["--format", "html"], 1, "<figure>"),
     (["--dry-run", "--model-url", "http://127.0.0.1:1/v1", "--model", "none"], 0,
      "wiki/a,b%.md: 5 questions\nwiki/none.md: 0 questions\n")])
 def test_format(lint, options, status, part):

@@ -23,7 +23,7 @@ def ask(url, should_stop=lambda: False, timeout=0.5, times=1):
 @pytest.mark.parametrize("reply, choice, reason", [
     ("**Supports**. The lines  show it.", "supports", "The lines show it."),
     ("<think>supports,\nor {not}</think>\n\ncontradicts", "contradicts", ""),
-    ('{"reason": "Says `</think>`\\ud800.", "verdict": "supports"}', "supports", "Says `</think>`?."),
+    ('{"reason": "`</think>`\\ud800 sesame.", "verdict": "supports"}', "supports", "`</think>`? ***."),
     ('Here it is:\n```json\n{"answer": "Says nothing.", "reason": ["x"]}\n```', "says_nothing", ""),
     *((content, "", "the model server gave an unusable answer (200): ") for content in (
         "", None, ["supports"], "supports, or contradicts", "<think>supports", "{" * 9999,
@@ -111,6 +111,10 @@ def test_unanswered_and_kept_questions():
     (("supports", ""), "Seconds: `1xDays` stops three hooks.", "// stop\nhooks = ['a', 'b, c', second]"),
     (("contradicts", "the sentence says 2 MiB, the lines 1048576"), "It reads 2 MiB.", "read(1 << 20)"),
     (("says_nothing", "not in the lines: 7, GPL"), "`drop` keeps 7 lines under GPL.", "keep(lines)  # MIT"),
+    (("says_nothing", "not in the lines: ISO 8601"), "Dates are as in ISO 8601.", "dates = 'ISO 9001'"),
+    (("supports", ""), "It waits and then it looks at what its behaviour has told.", "wait(behavior)"),
+    (("supports", ""), "All of the planets orbit 8 distant stars below 65535.", "x = 8, 2 ** 16 - 1"),
+    (("supports", ""), "It requires Python 3.11.", "require(python, (3, 11))"),
 ])
 def test_words(answer, sentence, lines):
     assert WordModel().answer(*citation_request(sentence, lines), lambda: False) == answer

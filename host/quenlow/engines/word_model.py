@@ -45,7 +45,7 @@ _STOP_STEMS = frozenset(map(_stem, (
 class WordModel:
     """Lines support a sentence if they hold enough of it, by weight, and have nothing exact otherwise."""
 
-    name = "words 3"
+    name = "words 4"
     costs = False
 
     def answer(self, state: State, question: Question, should_stop: Callable[[], bool]) -> Answer:
