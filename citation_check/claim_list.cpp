@@ -1,6 +1,5 @@
 #include "claim_list.h"
 
-#include <optional>
 #include <utility>
 
 #include "python/number.h"
@@ -50,13 +49,13 @@ bool is_positive(Borrowed number) {
 
 }  // namespace
 
-std::size_t PlaceIndex::find_or_add(std::uint64_t fingerprint, std::size_t place) {
+std::optional<std::size_t> PlaceIndex::find_or_add(std::uint64_t fingerprint, std::size_t place) {
     if (2 * used_ >= slots_.size()) grow();
     Slot& slot = slot_of(fingerprint);
     if (slot.place_plus_one != 0) return slot.place_plus_one - 1;
     slot = {fingerprint, place + 1};
     ++used_;
-    return place;
+    return {};
 }
 
 PlaceIndex::Slot& PlaceIndex::slot_of(std::uint64_t fingerprint) {
@@ -102,8 +101,8 @@ bool ClaimList::add_plain(Borrowed type, Borrowed claim, Borrowed path, Borrowed
     record_ = std::move(record);
     if (!is_positive(start)) return true;
     const auto count = static_cast<std::size_t>(PyList_GET_SIZE(records_.get()));
-    const std::size_t known = places_.find_or_add(*fingerprint, count);
-    if (known != count && (holds(known, record_) || py::contains(records_, record_))) return true;
+    const auto known = places_.find_or_add(*fingerprint, count);
+    if (known && (holds(*known, record_) || py::contains(records_, record_))) return true;
     py::append(records_, record_);
     return true;
 }

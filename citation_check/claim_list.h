@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "host.h"
@@ -11,8 +12,8 @@ namespace citation_check {
 // A hash table, with open addressing, from fingerprints to places in a list.
 class PlaceIndex {
   public:
-    // The place stored for this fingerprint; stores `place` and returns it if there was none.
-    std::size_t find_or_add(std::uint64_t fingerprint, std::size_t place);
+    // The place stored for this fingerprint; stores `place` if there was none.
+    std::optional<std::size_t> find_or_add(std::uint64_t fingerprint, std::size_t place);
 
   private:
     struct Slot {

@@ -81,6 +81,7 @@ class Extraction {
         claim_ = citations_.matches.empty() ? py::borrow(state_.names.empty) : claim_text_of(sentence);
         if (is_too_short(state_, claim_)) return;
         for (const Ref& match : citations_.matches) {
+            match_ = py::borrow(match);
             key_ = host::citation_key(state_, match);
             const auto& [path, start, end] = key_;
             Ref type = state_.global(state_.names.CitedClaim);
@@ -103,6 +104,7 @@ class Extraction {
     State& state_;
     ClaimList claims_;
     // The variables of the extraction, which live from one sentence to the next.
+    Ref match_;
     std::array<Ref, 3> key_;
     Ref claim_;
     host::Citations citations_;

@@ -66,13 +66,16 @@ void find_citations(State& state, Borrowed sentence, Citations& found) {
     if (found.standard) {
         found.matches.clear();
         found.spans.clear();
-        return search_citations(state, pattern, sentence, found);
+        search_citations(state, pattern, sentence, found);
+        found.list = Ref();
+        return;
     }
-    const Ref all = steal(py::api(PySequence_List, call_method(pattern, names.finditer, sentence).get()));
+    Ref all = steal(py::api(PySequence_List, call_method(pattern, names.finditer, sentence).get()));
     std::vector<Ref> matches;
     py::Iteration rest(all);
     for (Ref match; rest.next(match);) matches.push_back(std::move(match));
-    found.matches.swap(matches);
+    found.matches = std::move(matches);
+    found.list = std::move(all);
 }
 
 Ref without_citations(State& state, Borrowed sentence) {

@@ -18,6 +18,7 @@ bool is_fence(State& state, Borrowed line);
 
 // All citations of a sentence.
 struct Citations {
+    Ref list;                  // what keeps them when they are not a standard pattern's; may be empty
     std::vector<Ref> matches;  // left to right
     // Whether a standard pattern found them in a plain text, of which `spans` has their places.
     bool standard = false;

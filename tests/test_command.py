@@ -59,8 +59,8 @@ def files(repo, monkeypatch):
     (LINT, {"wiki/a.md": NEAR}, 0, ["not checked: 3 references", "as [src/app.py:1-3] in wiki/a.md", " 0 "]),
     ([*LINT, "--wiki-check-citations-per-page", "1"], {"wiki/a.md": f"{TRUE}\n{OTHER}"}, 1, [
         "a.md: low: citations-skipped: 1 claim", "(1 over the cap, 0 unreadable)"]),
-    ([*LINT, "--exclude", "old", "--exclude", "*.draft.md"], dict.fromkeys(
-        ["wiki/old/x/a.md", "wiki/b.draft.md", "wiki/.git/a.md", "wiki/node_modules/a.md"], WRONG), 0, ["1 of 1"]),
+    ([*LINT, "--exclude", "old", "--exclude", "*.draft.md"], dict.fromkeys(["wiki/old/x/a.md",
+        "wiki/b.draft.md", "wiki/.git/a.md", "wiki/node_modules/a.md"], WRONG), 0, ["1 of 1"]),
     ([*LINT, "--fail-on", "low"], ONE_WRONG | {"wiki/b.md": WRONG, "repo/wiki.toml": SETTINGS}, 1, [
         " 1 | def", "1 finding"]),
     (LINT, {"repo/pyproject.toml": '[tool.wiki]\nfail-on = "never"', **ONE_WRONG}, 0, ["1 finding"]),

@@ -114,7 +114,7 @@ def test_what_a_loop_holds(one, repo):
     texts = "Reads files [a:L1]. Writes", "Reads all files [a:L2]", "four"
     one._prose_blocks = lambda _page: each(str, *texts)
     log += one.cited_claims("page")
-    one._SENTENCE_END_RE = SimpleNamespace(split=lambda _block: each(str, "Reads files [a:L1]", "two"))
+    one._SENTENCE_END_RE = SimpleNamespace(split=lambda _block: each(str, "Reads all files [a:L1]", "two"))
     log += one.cited_claims("page")
     one.cited_claims = lambda _page: each(SimpleNamespace, *[{"path": "a", "start": 1, "end": 1}] * 3)
     log.append(one.check_citations(Client(), "", repo, max_questions=2))
