@@ -19,7 +19,7 @@ def decision_client(options: Namespace) -> DecisionClient:
     """The client of one run; what the run may spend, its budgets say."""
     model = _model(options.model_url, options.model, options.timeout)
     model.costs |= options.dry_run  # then it is charged for what no kept answer spares, and not asked
-    return DecisionClient(DecisionConfig(), model, _kept(options.cache, options.run) if options.cache else None)
+    return DecisionClient(DecisionConfig(), model, options.cache and _kept(options.cache, options.run))
 
 
 @lru_cache(maxsize=1)  # with its connections to the server

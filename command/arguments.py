@@ -17,7 +17,7 @@ from command.terminal import complain
 from quenlow.engines.decision import DecisionConfig
 
 # Where source lines and the key go, and which files are written, the user says and not the repository.
-_OF_THE_USER = "command targets repo consent cache model-url scheduler workers output write-baseline dry-run".split()
+_OF_THE_USER = "repo consent cache model-url model scheduler workers output write-baseline dry-run".split()
 _ABOUT = "Check the sentences of a wiki against the source lines that they cite, as in [src/app.py:L10-L12]."
 _END = """Options may also stand in the repository's wiki.toml, or in its pyproject.toml under [tool.wiki].
 Status 0: nothing was found; 1: something was found that --fail-on names; 2: the check is not complete."""
@@ -101,7 +101,7 @@ def _settings(wiki: _Parser, options: Namespace) -> Iterator[str]:
         for one in value if isinstance(value, list) else [value]:
             path = options.repo / str(one) if option == "baseline" else one
             if one is not False:
-                yield f"--{option}" if one is True else f"--{option}={path}"
+                yield f"--{option}" if one is True and option == "show-lines" else f"--{option}={path}"
 
 
 def _path(path: str) -> Path:

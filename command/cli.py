@@ -38,8 +38,8 @@ def _run(options: Namespace) -> int:
     report = Report(pages=len(pages), findings=unreadable, dry_run=options.dry_run)
     baseline = Baseline(options.baseline, options.write_baseline) if options.baseline else None
     needed = {os.path.realpath(file) for file in (options.baseline or "", *(page.file for page in pages))}
-    if options.output and os.path.realpath(options.output) in needed:
-        raise CommandError(f"the report would replace a page or the baseline: {options.output}")
+    if options.output and ((file := os.path.realpath(options.output)) in needed or file.endswith(".md")):
+        raise CommandError(f"the report would replace, or be, a page or the baseline: {options.output}")
     looks = first_looks
     if options.scheduler or options.workers:
         from command.cluster import looks
