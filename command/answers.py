@@ -17,13 +17,13 @@ KEY_VARIABLE = "WIKI_MODEL_KEY"
 
 def decision_client(options: Namespace) -> DecisionClient:
     """The client of one run; what the run may spend, its budgets say."""
-    model = _model(options.model_url, options.model, options.timeout)
+    model = _model(options.model_url, options.model, options.timeout, options.dry_run)
     model.costs |= options.dry_run  # then it is charged for what no kept answer spares, and not asked
     return DecisionClient(DecisionConfig(), model, options.cache and _kept(options.cache, options.run))
 
 
 @lru_cache(maxsize=1)  # with its connections to the server
-def _model(url: str | None, name: str | None, timeout: int) -> Any:
+def _model(url: str | None, name: str | None, timeout: int, _dry_run: bool) -> Any:
     if not url and not name:
         return WordModel()
     if not url or not name:

@@ -16,10 +16,10 @@ PyObject* enter(Ref (*body)(State&, Values...), PyObject* self, PyObject* const*
         if (count != sizeof...(Values)) {
             raise(PyExc_TypeError, "expected %zd arguments, got %zd", sizeof...(Values), count);
         }
-        return [&]<std::size_t... Index>(std::index_sequence<Index...>) {
+        const auto call_body = [&]<std::size_t... Index>(std::index_sequence<Index...>) {
             return body(State::of(self), Borrowed(arguments[Index])...);
-        }
-        (std::index_sequence_for<Values...>{});
+        };
+        return call_body(std::index_sequence_for<Values...>{});
     });
 }
 
