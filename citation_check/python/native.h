@@ -10,16 +10,19 @@ namespace py {
 
 namespace detail {
 
+template <class State, class... Values, std::size_t... Index>
+Ref call_body(Ref (*body)(State&, Values...), PyObject* self, PyObject* const* arguments,
+              std::index_sequence<Index...>) {
+    return body(State::of(self), Borrowed(arguments[Index])...);
+}
+
 template <class State, class... Values>
 PyObject* enter(Ref (*body)(State&, Values...), PyObject* self, PyObject* const* arguments, Py_ssize_t count) noexcept {
     return guarded([&] {
         if (count != sizeof...(Values)) {
             raise(PyExc_TypeError, "expected %zd arguments, got %zd", sizeof...(Values), count);
         }
-        const auto call_body = [&]<std::size_t... Index>(std::index_sequence<Index...>) {
-            return body(State::of(self), Borrowed(arguments[Index])...);
-        };
-        return call_body(std::index_sequence_for<Values...>{});
+        return call_body(body, self, arguments, std::index_sequence_for<Values...>{});
     });
 }
 
