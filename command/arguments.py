@@ -70,11 +70,9 @@ def _add_arguments(wiki: ArgumentParser) -> None:
     some = partial(_count, least=1)
     add("--timeout", metavar="SECONDS", type=some, default=60, help="for one attempt to ask it (60)")
     add("--max-parallel-calls", metavar="N", type=some, default=4, help="questions under way at once (4)")
-    for name, about in (
-        ("wiki-check-citations-per-page", "questions for each page"),
-        ("max-calls-per-batch", "questions of the whole run to a model that costs something"),
-        ("max-input-tokens-per-batch", "input tokens of these questions"),
-    ):
+    for name, about in (("wiki-check-citations-per-page", "questions for each page"),
+                        ("max-calls-per-batch", "questions of the whole run to a model that costs something"),
+                        ("max-input-tokens-per-batch", "input tokens of these questions")):
         default = getattr(DecisionConfig, name.replace("-", "_"))
         add(f"--{name}", metavar="N", type=_count, default=default, help=f"limit: {about} ({default})")
     add = wiki.add_mutually_exclusive_group().add_argument
@@ -94,14 +92,16 @@ def _settings(wiki: _Parser, options: Namespace) -> Iterator[str]:
     wiki.source = f"{file}: "
     for key, value in settings:
         option = key.replace("_", "-")
+        default = "" if option == "baseline" else wiki.get_default(option.replace("-", "_"))
         if option in _OF_THE_USER:
             wiki.error(f"{key} is for the command line alone")
-        if option.replace("-", "_") not in options:
+        if default is None:
             wiki.error(f"unknown key: {key}")
-        for one in value if isinstance(value, list) else [value]:
-            path = options.repo / str(one) if option == "baseline" else one
-            if one is not False:
-                yield f"--{option}" if one is True and option == "show-lines" else f"--{option}={path}"
+        if type(value) is not type(default):
+            wiki.error(f"{key} takes a value of type {type(default).__name__}, not {value!r}")
+        for one in value if option == "exclude" else [value] * (value is not False):
+            given = options.repo / one if option == "baseline" else one
+            yield f"--{option}" if value is True else f"--{option}={given}"
 
 
 def _path(path: str) -> Path:

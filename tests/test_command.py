@@ -69,7 +69,7 @@ def files(repo, monkeypatch):
     (LINT, {"repo/pyproject.toml": "tool.wiki = 1"}, 2, ["cannot read", "pyproject.toml"]),
     ([*LINT, "--baseline", "repo/src/app.py"], {}, 2, ["is no baseline"]),
     ([*LINT, "--max-calls-per-batch", "-1"], {}, 2, ["not a count"]),
-    (LINT, {"repo/wiki.toml": "timeout = true"}, 2, ["wiki.toml: argument --timeout: not a count of at"]),
+    (LINT, {"repo/wiki.toml": "exclude = 'old'"}, 2, ["wiki.toml: exclude takes a value of type list"]),
     ([*LINT, "--output", "new.md"], {}, 2, ["the report would replace, or be, a page"]),
     ([*LINT, "--output", "repo/known", "--baseline", "repo/known"], KNOWN, 2, ["a page or the baseline"]),
     ([*LINT, "--output", "/dev/stdout", "--fail-on", "medium"], {"wiki/a.md": OTHER}, 0, ["1 finding"]),
