@@ -59,7 +59,7 @@ def standard_library() -> Wiki:
 
 
 def distinct_claims(cited: Iterable[tuple[str, str]], count: int) -> str:
-    """One page of as many claims as asked for, from sentences and their files, no two citing the same lines."""
+    """One page of so many claims, from sentences and their files, no two citing the same lines."""
     usable = [(text.rstrip(".!?"), path) for text, path in cited if text[0].isalpha() and len(text) > 20]
     sentences = (
         f"{text[0].upper()}{text[1:]} [{path}:L{number}-L{number + 9}]."

@@ -1,4 +1,4 @@
-// The least that any implementation can do: the calls that the host's objects are owed, on strings already cut.
+// The least that any implementation can do: the calls into the host that nothing can spare, on strings already cut.
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -52,10 +52,11 @@ Ref read(Borrowed path) {
     const char* const name = PyUnicode_AsUTF8(path.get());
     if (name == nullptr) throw py::Error{};
     const int file = ::open(name, O_RDONLY | O_CLOEXEC);
+    if (file < 0) return steal(PyErr_SetFromErrnoWithFilenameObject(PyExc_OSError, path.get()));
     struct stat status {};
-    std::string bytes(file >= 0 && ::fstat(file, &status) == 0 ? static_cast<size_t>(status.st_size) : 0, '\0');
+    std::string bytes(::fstat(file, &status) == 0 ? static_cast<size_t>(status.st_size) : 0, '\0');
     const ssize_t length = ::read(file, bytes.data(), bytes.size());
-    if (file >= 0) ::close(file);
+    ::close(file);
     if (length < 0) return steal(PyErr_SetFromErrnoWithFilenameObject(PyExc_OSError, path.get()));
     return steal(PyUnicode_DecodeUTF8(bytes.data(), length, "replace"));
 }

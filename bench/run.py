@@ -1,7 +1,7 @@
 """The module against its plain Python form and against the floor.
 
 One process, all contestants in turn, several rounds; what is printed are ratios of medians. The floor makes
-only the calls that the host's objects are owed, from C++, on strings already cut: nothing can be faster.
+only the calls into the host that nothing can spare, from C++, on strings already cut: nothing can be faster.
 """
 
 from __future__ import annotations
@@ -116,7 +116,7 @@ def rows(wiki: Wiki, rounds: int) -> list[Row]:
 
 
 def growth(wiki: Wiki, rounds: int) -> bool:
-    """How the time of each workload grows with its size, and whether the exponents of that growth are kept."""
+    """How the time of each workload grows with its size, and whether the exponents of growth are kept."""
     pages = sorted(wiki.pages.values(), key=len)
     one_page = "\n\n".join(pages[::40])
     growing: dict[str, Callable[[int], workloads.Runs]] = {

@@ -6,8 +6,9 @@
 
 namespace citation_check {
 
-// `for block in _prose_blocks(markdown)`, as an Iteration. The blocks come straight from a scan
-// as long as it runs no Python code, which could see that the generator is missing.
+// `for block in _prose_blocks(markdown)`, as an Iteration. The blocks come straight from a scan as long as it runs no
+// Python code, which could see that the generator is missing. Then a generator goes on with the scan, unless
+// `_prose_blocks` was patched since: a generator that runs keeps the code that it began with.
 class Blocks {
   public:
     Blocks(State& state, py::Borrowed markdown);

@@ -36,11 +36,7 @@ bool latch_failure(State& state, Borrowed self) {
         first = !py::truth(attr(self, names.failed));
         set_attr(self, names.failed, Py_True);
     });
-    if (!latched) {
-        // Only a lock that swallows exceptions comes here.
-        py::raise(PyExc_UnboundLocalError,
-                  "cannot access local variable 'first' where it is not associated with a value");
-    }
+    if (!latched) py::raise_unbound("first");  // by a lock that swallowed the exception
     return first;
 }
 

@@ -76,11 +76,7 @@ Ref answers_of(State& state, Borrowed ask, Borrowed asked, Borrowed workers, Ref
         const Ref results = call_method(pool, names.map, ask, asked);
         answers = steal(py::api(PySequence_List, results.get()));
     });
-    if (!answers) {
-        // Only an executor that swallows exceptions comes here.
-        py::raise(PyExc_UnboundLocalError,
-                  "cannot access local variable 'answers' where it is not associated with a value");
-    }
+    if (!answers) py::raise_unbound("answers");  // by an executor that swallowed the exception
     return answers;
 }
 

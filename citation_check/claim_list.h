@@ -5,7 +5,8 @@
 #include <optional>
 #include <vector>
 
-#include "host.h"
+#include "python/call.h"
+#include "state.h"
 
 namespace citation_check {
 

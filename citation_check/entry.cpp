@@ -69,8 +69,7 @@ Ref citation_lint_findings(State& state, Borrowed client, Borrowed texts, Borrow
             py::append(out, failed_finding(state, checker, page_id));
             break;
         }
-        const Ref findings = call_method(check, names.findings, page_id);
-        steal(py::api(PySequence_InPlaceConcat, out.get(), findings.get()));
+        py::extend(out, call_method(check, names.findings, page_id));
     }
     return out;
 }

@@ -41,7 +41,7 @@ Ref claim_text(State& state, Borrowed sentence) {
 
 namespace {
 
-// `for sentence in _SENTENCE_END_RE.split(block): body()`
+// `for sentence in _SENTENCE_END_RE.split(block): body()`; `sentence` keeps the last one, as the loop's variable does.
 template <class Body>
 void for_each_sentence(State& state, Borrowed block, Ref& sentence, Body body) {
     const auto& names = state.names;

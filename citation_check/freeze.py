@@ -1,7 +1,8 @@
 """Freezes surface.py into a C++ header, when the module is built: freeze.py SURFACE HEADER
 
-The statements before the first definition run as the body of the module. The rest becomes the body of a function of
-`native`, which holds the C++ bodies: so `native` is a variable of the definitions and no name of the module.
+The statements before the first definition run as the body of the module. The rest becomes the body of a
+function of `native`, which holds the C++ bodies: so `native` is a variable of the definitions and no name of
+the module.
 """
 
 import __future__
@@ -18,7 +19,7 @@ def frozen(source: str, file: str) -> bytes:
     rest = module.body[first:]
     for node in rest:
         if not isinstance(node, (*definitions, ast.Assign)):
-            raise SystemExit(f"{file}:{node.lineno}: only definitions and plain assignments may follow the first")
+            raise SystemExit(f"{file}:{node.lineno}: only definitions and assignments may follow the first")
     names = [node.name for node in rest if isinstance(node, definitions)]
     names += [target.id for node in rest if isinstance(node, ast.Assign) for target in node.targets]
     [define] = ast.parse("def define(native): pass").body

@@ -16,16 +16,16 @@ using py::unpack;
 bool is_fence(State& state, Borrowed line) {
     const Ref fence = state.global(state.names.FENCE_RE);
     if (is_standard_pattern(state, fence)) {
-        return !call(state.kept(Kept::pattern_type).attribute(0), fence, line).is_none();
+        return !call(state.kept(Kept::pattern_type).attribute(state.names.match), fence, line).is_none();
     }
     return truth(call_method(fence, state.names.match, line));
 }
 
 namespace {
 
-// Takes a match of a standard pattern; whether it holds any text.
+// Takes a match of a standard pattern, whose span is two exact ints that fit; whether it holds any text.
 bool take_match(State& state, Ref match, Citations& found) {
-    const auto [begin, end] = unpack<2>(call(state.kept(Kept::match_type).attribute(0), match));
+    const auto [begin, end] = unpack<2>(call(state.kept(Kept::match_type).attribute(state.names.span), match));
     const py::text::Span span = {PyLong_AsSize_t(begin.get()), PyLong_AsSize_t(end.get())};
     found.spans.push_back(span);
     found.matches.push_back(std::move(match));
@@ -35,7 +35,7 @@ bool take_match(State& state, Ref match, Citations& found) {
 // What `finditer` wraps in an iterator.
 void scan_for_citations(State& state, Borrowed pattern, Borrowed sentence, Citations& found) {
     const Ref scanner = call_method(pattern, state.names.scanner, sentence);
-    const Borrowed search = state.kept(Kept::scanner_type).attribute(0);
+    const Borrowed search = state.kept(Kept::scanner_type).attribute(state.names.search);
     py::PeriodicYield periodic_yield;
     for (Ref match = call(search, scanner); !match.is_none(); match = call(search, scanner)) {
         periodic_yield.step();
@@ -46,7 +46,7 @@ void scan_for_citations(State& state, Borrowed pattern, Borrowed sentence, Citat
 // Most sentences carry one citation, and two searches are cheaper than a scanner. A match found from a later start
 // shows it in `match.pos`, so from two on, and where a match is empty, the scanner finds them all.
 void search_citations(State& state, Borrowed pattern, Borrowed sentence, Citations& found) {
-    const Borrowed search = state.kept(Kept::pattern_type).attribute(1);
+    const Borrowed search = state.kept(Kept::pattern_type).attribute(state.names.search);
     Ref first = call(search, pattern, sentence);
     if (first.is_none()) return;
     const bool has_text = take_match(state, std::move(first), found);

@@ -25,7 +25,7 @@ bool is_compiled_pattern(const State& state, Borrowed object, const char* text) 
 // A library module that is imported already; empty for none, and for what a host has put in its place.
 Ref loaded_module(const char* name) {
     Ref module = py::take(py::api(PyImport_GetModule, py::interned(name).get()));
-    if (!module) py::api(PyErr_Clear);
+    if (!module && PyErr_Occurred()) throw py::Error{};
     return module && PyModule_CheckExact(module.get()) ? std::move(module) : Ref();
 }
 
@@ -42,9 +42,8 @@ bool is_function_of(Borrowed object, Borrowed module, Borrowed name) {
 void keep_functions(Original& kept, Borrowed object, Borrowed module, std::initializer_list<Borrowed> names) {
     Original found;
     found.remember(object, names);
-    std::size_t place = 0;
     for (const Borrowed name : names) {
-        if (!is_function_of(found.attribute(place++), module, name)) return;
+        if (!is_function_of(found.attribute(name), module, name)) return;
     }
     kept = std::move(found);
 }
@@ -53,7 +52,7 @@ void keep_functions(Original& kept, Borrowed object, Borrowed module, std::initi
 void keep_module(Original& kept, Borrowed module, Borrowed name, Borrowed other) {
     Original found;
     found.remember(module, {name});
-    if (found.attribute(0).is(other)) kept = std::move(found);
+    if (found.attribute(name).is(other)) kept = std::move(found);
 }
 
 PyObject* type_of(Borrowed object) { return reinterpret_cast<PyObject*>(object.type()); }
@@ -94,24 +93,26 @@ void keep_cited_claim(State& state) {
 void keep_paths(State& state) {
     const auto& names = state.names;
     const Ref pathlib = loaded_module("pathlib");
-    const Ref os = loaded_module("os");
-    const Ref os_path = loaded_module("posixpath");
     const Ref io = loaded_module("io");
     const Ref path = state.global(names.Path);
-    if (!pathlib || !os || !os_path || !io || !PyType_CheckExact(path.get())) return;
+    if (!pathlib || !io || !PyType_CheckExact(path.get())) return;
+    // Reading is confined by these alone, whatever else a host has replaced.
+    keep_functions(state.kept(Kept::path_reading), path, pathlib, {names.open, names.read_text});
+    keep_functions(state.kept(Kept::io), io, io, {names.open, names.text_encoding});
+    keep_module(state.kept(Kept::io_of_pathlib), pathlib, names.io, io);
+    const Ref os = loaded_module("os");
+    const Ref os_path = loaded_module("posixpath");
     // The class of the paths for this system is below `Path`, and has the same functions.
     const Ref own_type = py::take(py::api(PyObject_GetAttrString, pathlib.get(), "PosixPath"));
-    if (!own_type || !PyType_CheckExact(own_type.get())) return py::api(PyErr_Clear);
-    keep_functions(state.kept(Kept::path_reading), path, pathlib, {names.open, names.read_text});
+    if (!own_type && !PyErr_ExceptionMatches(PyExc_AttributeError)) throw py::Error{};
+    if (!os || !os_path || !own_type || !PyType_CheckExact(own_type.get())) return py::api(PyErr_Clear);
     keep_functions(state.kept(Kept::path), own_type, pathlib,
                    {names.str_dunder, names.fspath_dunder, names.truediv_dunder, names.resolve, names.is_relative_to,
                     names.relative_to, names.make_child, names.stat, names.open, names.read_text});
     keep_functions(state.kept(Kept::os_path), os_path, os_path, {names.realpath, names.joinrealpath, names.abspath});
-    keep_functions(state.kept(Kept::io), io, io, {names.open, names.text_encoding});
     keep_functions(state.kept(Kept::os), os, os, {names.lstat, names.readlink, names.stat, names.fspath});
     keep_module(state.kept(Kept::path_of_os), os, names.path, os_path);
     keep_module(state.kept(Kept::os_of_pathlib), pathlib, names.os, os);
-    keep_module(state.kept(Kept::io_of_pathlib), pathlib, names.io, io);
 }
 
 }  // namespace

@@ -54,20 +54,20 @@ bool is_scan(State& state, Borrowed object) {
            state.scan_mark.is(PyList_GET_ITEM(object.get(), scan_mark));
 }
 
-// Takes the scan out of its list.
+// Takes the scan out of its list, so that an error on the way releases its lines.
 Scan load(Borrowed list) {
-    Ref page = item(list, source);
+    Ref page = take_item(list, source);
     Ref line = take_item(list, last_line);
     Ref stripped = take_item(list, stripped_line);
     const Ref fenced = item(list, in_fence);
     const bool is_pending = fenced.is_none();
-    const bool in_fence = py::truth(fenced);
+    const bool is_fenced = py::truth(fenced);
     if (py::text::is_plain(page)) {
         const auto place = static_cast<std::size_t>(py::plain_integer(line).value_or(-1));
-        return {Lines(std::move(page), place), std::move(stripped), is_pending, in_fence};
+        return {Lines(std::move(page), place), std::move(stripped), is_pending, is_fenced};
     }
     if (PyIter_Check(page.get()) == 0) page = Ref();
-    return {Lines(std::move(page), std::move(line)), std::move(stripped), is_pending, in_fence};
+    return {Lines(std::move(page), std::move(line)), std::move(stripped), is_pending, is_fenced};
 }
 
 // Puts the scan into its list, where the collector sees what it holds.
@@ -96,7 +96,7 @@ bool find_list_mark(State& state, Line& line) {
 // `_LIST_MARK_RE.match(stripped)`, its truth
 bool is_list_item(State& state, Line& line) {
     const auto& names = state.names;
-    if (find_list_mark(state, line)) return line.text_begin != 0;
+    if (find_list_mark(state, line)) return *line.text_begin != 0;
     return py::truth(call_method(state.global(names.LIST_MARK_RE), names.match, line.stripped));
 }
 

@@ -114,17 +114,17 @@ bool are_unpatched(State& state, std::initializer_list<Kept> kept) {
 }
 
 // Whether what a path has under the name of a reading method is the library's own method.
-bool is_library_method(const py::Original& reading, Borrowed path, Borrowed method, std::size_t place) {
+bool is_library_method(const py::Original& reading, Borrowed path, Borrowed method, Borrowed name) {
     return PyMethod_Check(method.get()) && path.is(PyMethod_GET_SELF(method.get())) &&
-           reading.attribute(place).is(PyMethod_GET_FUNCTION(method.get()));
+           reading.attribute(name).is(PyMethod_GET_FUNCTION(method.get()));
 }
 
 // Whether calling a path's `read_text` leads to `io.open` by the library's own methods alone.
 bool is_read_by_library(State& state, Borrowed path, Borrowed read_text) {
     const py::Original& reading = state.kept(Kept::path_reading);
     if (!are_unpatched(state, {Kept::path_reading, Kept::io, Kept::io_of_pathlib})) return false;
-    if (!is_library_method(reading, path, read_text, 1)) return false;
-    return is_library_method(reading, path, py::attr(path, state.names.open), 0);
+    if (!is_library_method(reading, path, read_text, state.names.read_text)) return false;
+    return is_library_method(reading, path, py::attr(path, state.names.open), state.names.open);
 }
 
 // Whether joining, resolving and testing a path of this class is all the library's own work, which no tracer sees.
@@ -140,7 +140,7 @@ std::optional<std::string> root_path(State& state, Borrowed root) {
     const py::Original& type = state.kept(Kept::path_reading);
     const bool is_path = own_type.is_unpatched() && type.is_unpatched() &&
                          PyType_IsSubtype(root.type(), reinterpret_cast<PyTypeObject*>(type.object().get())) != 0;
-    return system_path(is_path ? py::call(own_type.attribute(0), root) : py::borrow(root));
+    return system_path(is_path ? py::call(own_type.attribute(state.names.str_dunder), root) : py::borrow(root));
 }
 
 }  // namespace

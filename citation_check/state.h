@@ -19,14 +19,14 @@ enum class Kept : std::size_t {
     claim_text,
     cited_lines,
     cited_claim,
-    path,
-    path_reading,
+    path,          // `pathlib.PosixPath`, with what joins, resolves and reads
+    path_reading,  // `pathlib.Path`, with what confinement needs: `open` and `read_text`
     os,
     os_path,
     io,
-    path_of_os,
-    os_of_pathlib,
-    io_of_pathlib,
+    path_of_os,     // `os`, whose `path` is os_path
+    os_of_pathlib,  // `pathlib`, whose `os` is os
+    io_of_pathlib,  // `pathlib`, whose `io` is io
     count,
 };
 

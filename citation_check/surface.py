@@ -36,6 +36,8 @@ _CLAIM_MIN_CHARS = 12
 _SENTENCE_END_RE = re.compile(r"(?<=[.!?\]])\s+(?=[A-Z`*_])")
 _LIST_MARK_RE = re.compile(r"^(?:[-*+]|\d+[.)])\s+")
 
+# `native`, a variable of all definitions below, holds their bodies in C++: freeze.py binds it.
+
 
 @dataclass(frozen=True)
 class CitedClaim:

@@ -13,6 +13,7 @@ from tempfile import TemporaryDirectory
 from typing import Any
 
 from support import outcome
+from test_life import START
 
 from harden import builds
 from harden.memory import total
@@ -28,6 +29,25 @@ HANDLED += "|^SystemError: error return without exception set$"
 PATHLIB = "TypeError: [^']* not PosixPath|SystemError: [^']*without (setting an )?exception"
 # Ways that handle errors in Python meanwhile, which the interpreter does not survive. C++ `new` fails on all.
 HANDLING = "passages|results|mixin|run|import"
+
+# Making the error of an allocation that failed collects what never lets its thread go on.
+DYING = START + """
+import ctypes
+fail_new = ctypes.CDLL(None).fail_new
+spent = [MemoryError() for _ in range(99)]  # of which the interpreter has some in store
+def work():
+    gc.collect()
+    gc.set_threshold(10**6)
+    dead = dying(stay)
+    dead.cycle = dead
+    del dead
+    try: raise KeyError  # which becomes the context of an object that is made at once
+    except KeyError:
+        fail_new(0, 0)
+        gc.set_threshold(gc.get_count()[0] + int(sys.argv[3]))
+        try: module.cited_claims(page)
+        except MemoryError: inside.release()
+daemons(work, 1)"""
 
 hook, unhook = _testcapi.set_nomemory, _testcapi.remove_mem_hooks
 
@@ -104,7 +124,10 @@ def run(short: bool) -> str:
     counted = builds.python(builds.RELEASE, "-m", "harden.allocations")
     library = str(builds.ready(builds.DEBUG) / "failing_new.so")
     builds.command("g++", *"-O1 -g -Wall -Wextra -shared -fPIC -o".split(), library, "harden/failing_new.cpp")
-    new = builds.python(builds.DEBUG._replace(preload=(library,)), "-m", "harden.allocations", "new")
+    failing_new = builds.DEBUG._replace(preload=(library,))
+    new = builds.python(failing_new, "-m", "harden.allocations", "new")
+    for later in range(5):
+        builds.python(failing_new, "-c", DYING, "load_module", ".", str(later))
     return f"failures: {counted}; of C++ new {new}"
 
 

@@ -4,9 +4,9 @@ import pytest
 from support import ended
 
 START = """
-import bench.load, contextlib, gc, itertools, sys, threading, time
+import bench.load, gc, itertools, sys, threading, time
 from pathlib import Path
-from support import Client
+from support import Client, odd
 from types import SimpleNamespace
 module, repo = getattr(bench.load, sys.argv[1])(), Path(sys.argv[2])
 page = "Reads files [src/app.py:L1]. Writes files [src/app.py:L2].\\n\\n- An item"
@@ -64,11 +64,7 @@ def fail(*_given, **_named): raise type("Error", (Exception,), {"__del__": stay}
 module.check_citations = fail
 daemons(lambda: module.CitationChecker(Client(), repo).check(page))""",
     "daemon, pool's exit": """
-@contextlib.contextmanager
-def pool(**_given):
-    try: yield
-    finally: stay()
-module.ThreadPoolExecutor = pool
+module.ThreadPoolExecutor = lambda **_given: odd(enter=list, exit=stay)()
 daemons(lambda: module.check_citations(Client(), page, repo, max_questions=9))""",
     "daemon, collected in score": """
 answer = type("Answer", (itertools.chain,), {"verdict": property(next)})()
@@ -100,6 +96,9 @@ for make in (lambda: limit(7), lambda: 40, lambda: limit(12), lambda: 13, lambda
     "dying lines": """
 mark = SimpleNamespace(match=lambda text: text[0] == '-', sub=lambda new, text: dying(collect, str, text))
 module._LIST_MARK_RE = mark
+lines = odd(iter=lambda _self: dying(lambda: print("dies"), map, str.__add__, ["a", 1], "bc"))()
+try: list(module._prose_blocks(SimpleNamespace(split=lambda _end: lines)))
+except TypeError as error: print(error)
 print(list(module._prose_blocks(page * 3)), module.cited_claims(page))""",
     "dying values": """
 module.citation_key = lambda match: (dying(collect), dying(collect, int, 1), dying(collect))

@@ -66,9 +66,14 @@ assert sources._read("fifo") == sources._read("zero") == module.CitedSources(Pat
 try: raise SystemExit(os.read(watch, 4096))
 except BlockingIOError: assert sources._read("src/f") == text and os.read(watch, 4096)
 """,
-    "an attribute added to the path class": """
-Path.ls = lambda _path: None
-assert sources._read("to-f") == text and sources._read("away") == sources._read("fifo") == ""
+    "more in the path class, and a library that the import does not find": """
+from support import fail, fresh, odd
+posixpath = sys.modules.pop("posixpath")
+missing, Path.ls = fresh(module).CitedSources(root), None
+for one in (sources, missing):
+    assert one._read("to-f") == text and one._read("away") == one._read("fifo") == ""
+sys.modules[odd(str, eq=fail, hash=str.__hash__)("posixpath")] = posixpath
+with contextlib.suppress(LookupError): sys.exit(repr(fresh(module)))
 """,
     "a thread with files of its own": """
 def read():
@@ -116,11 +121,10 @@ for free in range(8):
     "a link into another mount namespace": """
 steps = 'mount -t tmpfs none "$0" && echo from outside > "$0/hidden" && echo ready && cat'
 with subprocess.Popen(["unshare", "-m", "sh", "-c", steps, root], stdin=-1, stdout=-1, stderr=-1) as child:
-    if not child.stdout.readline(): sys.exit()  # not allowed here
+    if not child.stdout.readline(): sys.exit("not allowed here")
     hidden = f"/proc/{child.pid}/root{root}/hidden"
     (root / "across").symlink_to(hidden)
-    got = [sources._read("across"), sources._read(hidden)]
-    assert got == ["", ""] and "outside" in Path(hidden).read_text(), got
+    assert sources._read("across") == sources._read(hidden) == "" and "outside" in Path(hidden).read_text()
 """,
     "what an audit hook sees": """
 plain, seen = load_plain().CitedSources(root), []
@@ -149,4 +153,5 @@ assert system._read("self/mem") == system._read(f"self/fd/{readable}") == ""
 
 @pytest.mark.parametrize("name", SCRIPTS)
 def test_system(tmp_path, name):
-    assert ended("-c", START + SCRIPTS[name], lay_out(tmp_path)) == (0, "", "")
+    got = ended("-c", START + SCRIPTS[name], lay_out(tmp_path))
+    assert got == (0, "", "") or got[2] == "not allowed here\n" and pytest.skip(got[2])

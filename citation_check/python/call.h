@@ -139,6 +139,11 @@ inline Ref integer(Py_ssize_t value) { return steal(PyLong_FromSsize_t(value)); 
 
 inline void append(Borrowed list, Borrowed item) { check(PyList_Append(list.get(), item.get())); }
 
+// `list.extend(iterable)`, for which 3.11 has no public function
+inline void extend(Borrowed list, Borrowed iterable) {
+    steal(api(PySequence_InPlaceConcat, list.get(), iterable.get()));
+}
+
 inline void set_item(Borrowed dict, Borrowed key, Borrowed value) {
     check(api(PyDict_SetItem, dict.get(), key.get(), value.get()));
 }

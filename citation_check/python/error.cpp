@@ -7,20 +7,26 @@
 
 namespace py {
 
-void set_error_from_exception() noexcept {
+PyObject* kind_of_exception() noexcept {
     try {
         throw;
     } catch (const Error&) {
-        if (!PyErr_Occurred()) api(PyErr_SetString, PyExc_SystemError, "an error was reported without an exception");
+        return PyErr_Occurred() ? nullptr : PyExc_SystemError;
     } catch (const std::bad_alloc&) {
-        api(PyErr_NoMemory);
+        return PyExc_MemoryError;
     } catch (const std::length_error&) {
         // More than any container can hold is more than any memory can.
-        api(PyErr_NoMemory);
-    } catch (const std::exception& error) {
-        api(PyErr_Format, PyExc_SystemError, "unforeseen failure: %s", error.what());
+        return PyExc_MemoryError;
     } catch (...) {
-        api(PyErr_SetString, PyExc_SystemError, "unforeseen failure");
+        return PyExc_SystemError;
+    }
+}
+
+void set_error(PyObject* kind) noexcept {
+    if (kind == PyExc_MemoryError) {
+        api(PyErr_NoMemory);
+    } else if (kind != nullptr) {
+        api(PyErr_SetString, kind, "unforeseen failure");
     }
 }
 

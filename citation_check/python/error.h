@@ -6,21 +6,26 @@
 
 namespace py {
 
-// Inside a catch block: sets the interpreter's error for the exception being handled. A `py::Error` has one set
-// already, what means that memory does not suffice is MemoryError, and what nobody foresaw is SystemError.
-void set_error_from_exception() noexcept;
+// Inside a catch block: the kind of error that the exception stands for, NULL for a `py::Error` that has one set. What
+// means that memory does not suffice is MemoryError, and what nobody foresaw is SystemError.
+PyObject* kind_of_exception() noexcept;
 
-// Runs `body`; false with the interpreter's error set when it threw. Python code may run after this, but not in a C++
-// handler: a thread that the interpreter ends there cannot be parked, and aborts the process.
+// Sets an error of that kind; none for NULL.
+void set_error(PyObject* kind) noexcept;
+
+// Runs `body`; false with the interpreter's error set when it threw. Nothing that may run Python code, as making an
+// error may, is done in the handler: a thread that the interpreter ends there cannot be parked, and aborts the process.
 template <class Body>
 bool succeeds(Body body) noexcept {
+    PyObject* kind = nullptr;
     try {
         body();
         return true;
     } catch (...) {
-        set_error_from_exception();
-        return false;
+        kind = kind_of_exception();
     }
+    set_error(kind);
+    return false;
 }
 
 // The edge to the interpreter: what `body` returns, or NULL with the error set.
@@ -75,6 +80,11 @@ template <class... Arguments>
 [[noreturn]] void raise(PyObject* kind, const char* format, Arguments... arguments) {
     api(PyErr_Format, kind, format, arguments...);
     throw Error{};
+}
+
+// What the interpreter raises for a variable that has no value.
+[[noreturn]] inline void raise_unbound(const char* name) {
+    raise(PyExc_UnboundLocalError, "cannot access local variable '%s' where it is not associated with a value", name);
 }
 
 // Runs the handlers of the signals that have come, Ctrl-C's for instance, whose exceptions pass through.

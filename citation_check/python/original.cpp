@@ -53,8 +53,9 @@ bool Original::has_same_parts() const noexcept {
     });
 }
 
-Borrowed Original::attribute(std::size_t place) const noexcept {
-    return place < parts_.size() && parts_[place].value ? parts_[place].value.get() : Py_None;
+Borrowed Original::attribute(Borrowed name) const noexcept {
+    const auto part = std::ranges::find(parts_, name.get(), &Part::name);
+    return part != parts_.end() && part->value ? part->value.get() : Py_None;
 }
 
 int Original::visit(visitproc visit, void* arg) const {

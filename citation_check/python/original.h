@@ -28,8 +28,8 @@ class Original {
 
     // The object remembered; None before.
     Borrowed object() const noexcept { return object_ ? object_.get() : Py_None; }
-    // What was remembered of the attribute at that place; None for nothing.
-    Borrowed attribute(std::size_t place) const noexcept;
+    // What was remembered of the attribute of that name; None for nothing.
+    Borrowed attribute(Borrowed name) const noexcept;
 
     int visit(visitproc visit, void* arg) const;
     // Nothing is the original any more.
