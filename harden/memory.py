@@ -30,12 +30,6 @@ def growth(way: Callable[[], object], rounds: int) -> list[int]:
     return deltas[3:]
 
 
-def references(short: bool) -> str:
-    rounds = "5" if short else "20"
-    gone = builds.python(builds.DEBUG, "-m", "harden.memory", rounds)
-    return f"{gone}, {rounds} rounds each: delta 0"
-
-
 def valgrind(short: bool) -> str:
     told = builds.python(builds.RELEASE, "-m", "harden.memory", "1", runner=VALGRIND)
     return f"{told.splitlines()[-1]}: no definite leak, no uninitialised read"  # after what valgrind remarks
