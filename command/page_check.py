@@ -16,13 +16,11 @@ _SENTENCE_CHARS = citation_check._DETAIL_CLAIM_CHARS
 _BRACKETED_RE = re.compile(r"(?<![\w)`])\[[^][\n]{3,300}\d\](?![(`])")
 _LINES_RE = re.compile(r"\[(?!\w+://)(?=[^:#]*[./])[^:#]*[:#]\s*[Ll]?\d+(?:\s*[-\u2013,]\s*[Ll]?\d+)*\]")
 _UNCHECKED_RE = re.compile(r"^ {0,3}(?:\||>|#{1,6}\s).*:L[1-9].*", re.MULTILINE)
-_FENCED_RE = re.compile(r"^ {0,3}(```|~~~).*?(?:^ {0,3}\1|\Z)", re.MULTILINE | re.DOTALL)
+_FENCED_RE = re.compile(r"^[ \t]*(?:[-*+\d.)]+[ \t]+)?(```|~~~).*?(?:^[ \t]*\1|\Z)", re.MULTILINE | re.DOTALL)
 
 
-def judged(
-    page: Page, markdown: str, result: CitationCheck, asked: dict[CitedClaim, str], client: DecisionClient,
-    options: Namespace,
-) -> PageCheck:
+def judged(page: Page, markdown: str, result: CitationCheck, asked: dict[CitedClaim, str],
+           client: DecisionClient, options: Namespace) -> PageCheck:
     """What the answers come to, in the order of the page; places are looked for only where any are needed."""
     check = PageCheck(len(result.checked), file=page.shown, score=result.score, whole=True)
     check.near_citations = _near_citations(markdown)
@@ -62,18 +60,19 @@ def judged(
 def places(markdown: str) -> dict[CitedClaim, tuple[int, int, str]]:
     """Where each of the page's cited claims begins, line and column from 1, and its citation as written."""
     # The module cuts the blocks; a tag at the end of each line tells which lines went into one.
-    tag = next(char for char in map(chr, range(0xE000, 0xF900)) if char not in markdown)  # for private use
+    tag = next(char for char in map(chr, range(0xE000, 0x110000)) if char not in markdown)
     lines = [line.rstrip() for line in markdown.split("\n")]
     tagged = "\n".join(f"{line}{tag}{number}" if line else "" for number, line in enumerate(lines, 1))
     line_end = re.compile(f"{tag}([0-9]+)")
     gap = citation_check._SENTENCE_END_RE.pattern.replace(r"\s+", rf"(?:{line_end.pattern})?\s+")
     found: dict[CitedClaim, tuple[int, int, str]] = {}
     for block in citation_check._prose_blocks(tagged):
-        begin = 0
+        begin, line_ends = 0, line_end.finditer(block)
+        line = next(line_ends)
         for sentence_end in re.finditer(rf"{gap}|\Z", block):
             sentence = line_end.sub("", block[begin : sentence_end.start()])
-            line = line_end.search(block, begin)
-            assert line
+            while line.start() < begin:
+                line = next(line_ends)
             column = len(lines[int(line[1]) - 1]) - (line.start() - begin) + 1
             claim = citation_check._claim_text(sentence)
             for match in _CITATION_RE.finditer(sentence):

@@ -40,6 +40,7 @@ def test_the_sentence_of_every_claim_begins_at_its_place():
             begun_by_q = [other for other in cited_claims("\n".join(lines)) if other.claim.startswith("Q")]
             assert (claim.path, claim.start) in [(other.path, other.start) for other in begun_by_q], markdown
             assert any(other.claim.endswith(claim.claim[-9:]) for other in begun_by_q), markdown
+    assert places(PAGE + "".join(map(chr, range(0xE000, 0xF900))))  # of which any may serve as a mark
 
 
 @pytest.fixture

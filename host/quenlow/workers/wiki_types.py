@@ -2,5 +2,5 @@
 
 import re
 
-# The possessive repeats keep a hostile line linear.
-_FENCE_RE = re.compile(r" {0,3}(?:`{3,}+[^`]*+\Z|~{3,})")
+# In a list item, too. The possessive repeats keep a hostile line linear.
+_FENCE_RE = re.compile(r"[ \t]*+(?:(?:[-*+]|[0-9]{1,9}[.)])[ \t]++)*+(?:`{3,}+[^`]*+\Z|~{3,})")
