@@ -22,6 +22,9 @@ def decision_client(options: Namespace) -> DecisionClient:
     return DecisionClient(DecisionConfig(), model, options.cache and _kept(options.cache, options.run))
 
 
+_kept = lru_cache(maxsize=1)(lambda folder, _run: AnswerCache(folder))  # a worker takes many looks in one run
+
+
 @lru_cache(maxsize=1)  # with its connections to the server
 def _model(url: str | None, name: str | None, timeout: int, _dry_run: bool) -> Any:
     if not url and not name:
@@ -34,11 +37,6 @@ def _model(url: str | None, name: str | None, timeout: int, _dry_run: bool) -> A
         return ChatModel(url, name, os.environ.get(KEY_VARIABLE, "").strip(), timeout, complain)
     except ValueError as error:
         raise CommandError(error) from error
-
-
-@lru_cache(maxsize=1)  # a worker takes many looks in one run
-def _kept(folder: Path, _run: bytes) -> "AnswerCache":
-    return AnswerCache(folder)
 
 
 class AnswerCache(dict[bytes, str]):

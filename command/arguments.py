@@ -36,8 +36,9 @@ def parsed(arguments: Sequence[str]) -> Namespace:
     wiki = _Parser("wiki", None, _ABOUT, _END, allow_abbrev=False)
     _add_arguments(wiki)
     options = wiki.parse_args(arguments)
-    if not options.repo.is_dir():
-        wiki.error(f"no such folder: {options.repo}")
+    for path in (options.repo, *options.targets):
+        if not (path.is_dir() if path is options.repo else path.exists()):
+            wiki.error(f"no such folder or page: {path}")
     if options.command == "check" and (len(options.targets) > 1 or options.targets[0].is_dir()):
         wiki.error("check takes one page, and not a folder")
     if not options.consent and not options.dry_run:  # which gives nobody anything
@@ -51,8 +52,8 @@ def parsed(arguments: Sequence[str]) -> Namespace:
 def _add_arguments(wiki: ArgumentParser) -> None:
     add = wiki.add_argument
     add("command", choices=("lint", "check"), help="lint any pages, or check one page and tell its score")
-    add("targets", metavar="WIKI", nargs="+", type=_existing, help="a page, or a folder of *.md pages")
-    add("--repo", metavar="ROOT", type=_existing, required=True, help="the repository that the pages cite")
+    add("targets", metavar="WIKI", nargs="+", type=_path, help="a page, or a folder of *.md pages")
+    add("--repo", metavar="ROOT", type=_path, required=True, help="the repository that the pages cite")
     add("--consent", action="store_true", help="let the decision model have the cited source lines")
     add("--exclude", metavar="GLOB", action="append", default=[], help="leave such pages and folders out")
 
@@ -106,12 +107,6 @@ def _settings(wiki: _Parser, options: Namespace) -> Iterator[str]:
 
 def _path(path: str) -> Path:
     return Path(path).absolute()  # so that it means the same to workers in other folders
-
-
-def _existing(path: str) -> Path:
-    if not _path(path).exists():
-        raise ArgumentTypeError(f"no such folder or page: {path}")
-    return _path(path)
 
 
 def _count(number: str, least: int = 0) -> int:

@@ -2,6 +2,7 @@
 
 import os
 from collections.abc import Iterable
+from contextlib import suppress
 from pathlib import Path
 
 from command.report import UNANSWERED, Finding
@@ -15,10 +16,12 @@ class Baseline:
         self._file, self._rewrite = file, rewrite
         self._found = set[tuple[str, ...]]()
         try:
-            lines = file.read_text("utf-8").splitlines() if file.exists() or not rewrite else []
+            lines = file.read_text("utf-8-sig").splitlines() if file.exists() or not rewrite else []
         except (OSError, ValueError) as error:
             raise CommandError(f"no baseline can be read (--write-baseline makes one): {error}") from error
         self._known = {tuple(line.split("\t")) for line in lines}
+        if rewrite and not os.access(file.parent, os.W_OK):
+            raise CommandError(f"no baseline can be written in {file.parent}")
         if any(len(entry) != 3 for entry in self._known):
             raise CommandError(f"{file} is no baseline: a line is not a page, a citation and a sentence")
 
@@ -33,9 +36,11 @@ class Baseline:
 
     def settle(self, pages: Iterable[str]) -> list[str]:
         """Notes of what is no longer found, of these pages or of lost ones; now the file is written."""
-        checked, folder = {self._path(page) for page in pages}, self._file.parent
-        missed = sorted(self._known - self._found)
-        gone = [entry for entry in missed if entry[0] in checked or not (folder / entry[0]).exists()]
+        checked, gone = {self._path(page) for page in pages}, []
+        for entry in sorted(self._known - self._found):
+            with suppress(OSError):  # what may not be looked at is kept
+                if entry[0] in checked or not (self._file.parent / entry[0]).exists():
+                    gone.append(entry)
         if self._rewrite:
             with replacing(self._file) as out:
                 kept = (self._known | self._found).difference(gone)

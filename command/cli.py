@@ -40,6 +40,8 @@ def _run(options: Namespace) -> int:
     needed = {os.path.realpath(file) for file in (options.baseline or "", *(page.file for page in pages))}
     if options.output and ((file := os.path.realpath(options.output)) in needed or file.endswith(".md")):
         raise CommandError(f"the report would replace, or be, a page or the baseline: {options.output}")
+    if options.format == "html":
+        import command.html_report  # its libraries must not be missed at the end
     looks = first_looks
     if options.scheduler or options.workers:
         from command.cluster import looks

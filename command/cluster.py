@@ -19,8 +19,7 @@ from command.run import Checks, ShouldStop, first_looks
 from command.terminal import STOP_SIGNALS, CommandError
 from quenlow.engines.decision import DecisionClient
 
-_SHARDS_A_THREAD = 16
-_CONNECT_SECONDS, _WORKERLESS_SECONDS = 10, 30
+_SHARDS_A_THREAD, _CONNECT_SECONDS, _WORKERLESS_SECONDS = 16, 10, 30
 
 
 def looks(pages: list[Page], options: Namespace, is_over: ShouldStop, client: DecisionClient) -> Checks:

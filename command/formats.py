@@ -2,6 +2,7 @@
 
 import json
 import os
+from collections.abc import Callable
 from dataclasses import asdict
 from importlib import import_module
 from typing import TextIO
@@ -43,11 +44,9 @@ def _json(report: Report, out: TextIO) -> None:
     out.write("\n")
 
 
-def _html(report: Report, out: TextIO) -> None:
-    import_module("command.html_report").write(report, out)  # whose libraries need not be installed
-
-
-FORMATS = {"text": _text, "json": _json, "github": _github, "sarif": sarif.write, "html": _html}
+FORMATS: dict[str, Callable[..., None]] = {
+    "text": _text, "json": _json, "github": _github, "sarif": sarif.write,
+    "html": lambda *given: import_module("command.html_report").write(*given)}
 
 
 def _said(finding: Finding) -> str:

@@ -27,7 +27,7 @@ def find_pages(options: Namespace) -> tuple[list[Page], list[Finding]]:
 
         def is_excluded(path: Path) -> bool:
             named = f"/{(resolved / path.relative_to(top)).relative_to(root).as_posix()}/"
-            return any(fnmatch(named, f"*/{glob.strip('/')}/*") for glob in options.exclude)
+            return any(fnmatch(named, f"*/{os.path.normpath(glob).strip('/')}/*") for glob in options.exclude)
 
         for folder, folders, names in os.walk(top, onerror=errors.append) if top is target else ():
             seen = (name for name in folders if not name.startswith(".") and name != "node_modules")
@@ -38,7 +38,7 @@ def find_pages(options: Namespace) -> tuple[list[Page], list[Finding]]:
         ids = {file.relative_to(top).as_posix().removesuffix(".md"): file for file in files}
         for page, file in sorted(ids.items()):
             if not is_excluded(file):
-                pages.setdefault(file, Page(page, shown(file), file))
+                pages.setdefault(resolved / file.relative_to(top), Page(page, shown(file), file))
     return list(pages.values()), [
         Finding("medium", "folder-unreadable", f"cannot be read: {one.strerror}", file=shown(one.filename))
         for one in errors]

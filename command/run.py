@@ -25,7 +25,6 @@ from quenlow.workers.wiki.citation_check import check_citations
 
 ShouldStop: TypeAlias = Callable[[], bool]
 Checks: TypeAlias = Generator[PageCheck, None, None]
-Looks: TypeAlias = Callable[..., Checks]  # as first_looks
 
 
 class _Questions(threading.local):
@@ -42,7 +41,7 @@ _questions = _Questions()
 setattr(citation_check, "ThreadPoolExecutor", lambda **_limits: nullcontext(_questions))
 
 
-def check_pages(pages: list[Page], options: Namespace, should_stop: ShouldStop, looks: Looks) -> Checks:
+def check_pages(pages: list[Page], options: Namespace, should_stop: ShouldStop, looks: Any) -> Checks:
     """The checks in the order of the pages, up to one that ended the run; of later pages their cost."""
     run = _Run(options, should_stop)
     taken = looks(pages, options, should_stop, run.client)

@@ -24,8 +24,8 @@ def write(report: Report, out: TextIO) -> None:
     rules = [{"id": kind, "shortDescription": {"text": kind.replace("-", " ").capitalize()}}
              for kind in sorted({finding.kind for finding in located})]
     run = {"tool": {"driver": {"name": "wiki", "rules": rules}}, "columnKind": "unicodeCodePoints",
-           "invocations": [invocation], "results": [_result(finding) for finding in located]}
-    json.dump({"$schema": _SCHEMA, "version": "2.1.0", "runs": [run]}, out, indent=2)
+           "invocations": [invocation], "results": located}
+    json.dump({"$schema": _SCHEMA, "version": "2.1.0", "runs": [run]}, out, indent=2, default=_result)
     out.write("\n")
 
 

@@ -16,7 +16,7 @@ TRUE, WRONG, OTHER = (
     "P\xc3\xa4nguins migrate across antarctic glaciers [src/app.py:L1].\n")
 GONE = "".join(TRUE.replace("src/app.py:L1", cited) for cited in (
     "/src/gone.py:L1", "src/app.py:L7", "../wiki/good.md:L1", "src/app.py:L3-L1"))
-KNOWN = {"repo/known": "../wiki/a.md\t[src/app.py:L1]\tThe download makes 5 attempts.\n"}
+KNOWN = {"repo/known": "../wiki/a.md\t[src/app.py:L1]\tThe download makes 5 attempts.\n" + "x" * 300 + "\t\t\n"}
 NEAR = ("Attempts [src/app.py:1-3] and [app.py#L1] are [a](b.md#L1) `[a.py:1]`.\n\n# As in [src/app.py:L1]\n"
         f"- ```\n  [a.py:1]\n  {WRONG}\n  ```\n{TRUE}\n")
 LINT, CHECK = ([*start, "--repo", "repo", "--consent"] for start in (["lint", "wiki"], ["check", "page.md"]))
@@ -47,7 +47,7 @@ def files(repo, monkeypatch):
         '" (the sentence says 5', "3 of 3 pages checked"]),
     (LINT[:-1], {}, 2, ["nothing is checked without --consent"]),
     (LINT, {"wiki/bad.md": "\xff"}, 2, ["wiki/bad.md is not UTF-8", "1 of 2 pages checked"]),
-    (["lint", "nowhere", *LINT[2:]], {}, 2, ["no such folder or page: nowhere"]),
+    (["lint", "nowhere", *LINT[2:]], {}, 2, ["no such folder or page: /", "/nowhere ("]),
     (["lint", "wiki", "b.md", "wiki/good.md", *LINT[2:]], {"b.md": OTHER}, 1, ["b.md:1:1: low", "2 of 2"]),
     (CHECK, {"page.md": TRUE}, 0, ["1 of 1 page checked, 1 question asked, 0 findings, score 1.00"]),
     (CHECK, {"page.md": f"{WRONG}\n{TRUE}"}, 1, ["page.md:1:1: medium: citation-contra", "score 0.50"]),
@@ -68,6 +68,7 @@ def files(repo, monkeypatch):
     (LINT, {"repo/wiki.toml": 'cache = "/x"'}, 2, ["wiki.toml: cache is for the command line"]),
     (LINT, {"repo/pyproject.toml": "tool.wiki = 1"}, 2, ["cannot read", "pyproject.toml"]),
     ([*LINT, "--baseline", "repo/src/app.py"], {}, 2, ["is no baseline"]),
+    ([*LINT, "--baseline", "no/known", "--write-baseline"], {}, 2, ["no baseline can be written in"]),
     ([*LINT, "--max-calls-per-batch", "-1"], {}, 2, ["not a count"]),
     (LINT, {"repo/wiki.toml": "exclude = 'old'"}, 2, ["wiki.toml: exclude takes a value of type list"]),
     ([*LINT, "--output", "new.md"], {}, 2, ["the report would replace, or be, a page"]),

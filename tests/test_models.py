@@ -42,7 +42,7 @@ def test_answers(reply, choice, reason):
     (0, [says(b"", 204), says(b"x" * 2**21), says(b"", 429), lambda *_: None, says(b"", 500), says(b"{}")]),
     (0.5, [lambda *call: [(says(b"")(*call), time.sleep(0.05)) for _ in range(16)], says(b"", 422),
            says(b"", 400)]),
-    (1, [says(b"", 429, retry_after="1"), says(b"", 503, retry_after="soon")]),
+    (1, [says(b"", 429, retry_after="1"), says(b"", 503, retry_after="soon", content_type="text/html")]),
 ])
 def test_asked_again(seconds, responses):
     turns = iter([*responses, SUPPORTS])
@@ -55,8 +55,8 @@ def test_asked_again(seconds, responses):
 
 @pytest.mark.parametrize("respond, attempts, message", [
     (says(b"wrong key: sesame", 401), 1, r"another key in WIKI_MODEL_KEY .401.: 'wrong key: \*\*\*'"),
-    (says(b"<html>", 403, content_type="text/html"), 1, "WIKI_MODEL_KEY .403."),
-    (says(b"<html>", 502, content_type="Text/HTML; charset=utf-8"), 1, "web page .502.: '<html>'"),
+    (says(b"", 404), 1, "the model is not at 127.0.0.1/v1/chat/completions, .*_KEY .404."),
+    (says(b"<html>", content_type="Text/HTML; charset=utf-8"), 1, "not at .*_KEY .200.: '<html>'"),
     (says(b"broken", 500), 6, "busy or fails .500.: 'broken'"),
     (says(b"sesame", 503, retry_after="301"), 1, "busy.*Retry-After: 301"),
     (says(b"", 503, retry_after="60"), 1, "asked to stop"),

@@ -105,13 +105,13 @@ class ChatModel:
         status = response.status_code
         told = self._without_key(response.headers.get("retry-after", ""))
         said = f"({status}{told and f', Retry-After: {told[:40]}'}): {self._without_key(reply)[:200]!r}"
-        if status in (401, 403):
-            raise DecisionError(f"the model server wants another key in WIKI_MODEL_KEY {said}")
-        if "text/html" in response.headers.get("content-type", "").lower():
-            raise DecisionError(f"at the model server's address is a web page {said}")
         if status in (408, 429) or status >= 500:
-            kind = "busy" if status in (429, 503) else "failed"
-            raise _Trouble(kind, f"the model server is busy or fails {said}", _told_pause(told))
+            said = f"the model server is busy or fails {said}"
+            raise _Trouble("busy" if status in (429, 503) else "failed", said, _told_pause(told))
+        is_page = "text/html" in response.headers.get("content-type", "").lower()
+        if status in (401, 403, 404) or is_page or response.is_redirect:
+            said = f"{self._url.host}{self._url.path}, or wants another key in WIKI_MODEL_KEY {said}"
+            raise DecisionError(f"the model is not at {said}")
         if not response.is_success:
             said = f"the model server refuses the question {said}"
             raise _Trouble("refused", said, 0.0) if status in (400, 422) else DecisionError(said)
