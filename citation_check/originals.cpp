@@ -93,13 +93,14 @@ void keep_cited_claim(State& state) {
 void keep_paths(State& state) {
     const auto& names = state.names;
     const Ref pathlib = loaded_module("pathlib");
-    const Ref io = loaded_module("io");
     const Ref path = state.global(names.Path);
-    if (!pathlib || !io || !PyType_CheckExact(path.get())) return;
+    if (!pathlib || !PyType_CheckExact(path.get())) return;
     // Reading is confined by these alone, whatever else a host has replaced.
     keep_functions(state.kept(Kept::path_reading), path, pathlib, {names.open, names.read_text});
-    keep_functions(state.kept(Kept::io), io, io, {names.open, names.text_encoding});
-    keep_module(state.kept(Kept::io_of_pathlib), pathlib, names.io, io);
+    Original& io_of_pathlib = state.kept(Kept::io_of_pathlib);
+    io_of_pathlib.remember(pathlib, {names.io});
+    const Borrowed io = io_of_pathlib.attribute(names.io);
+    if (PyModule_CheckExact(io.get())) keep_functions(state.kept(Kept::io), io, io, {names.open, names.text_encoding});
     const Ref os = loaded_module("os");
     const Ref os_path = loaded_module("posixpath");
     // The class of the paths for this system is below `Path`, and has the same functions.

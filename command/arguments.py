@@ -38,7 +38,7 @@ def parsed(arguments: Sequence[str]) -> Namespace:
     options = wiki.parse_args(arguments)
     for path in (options.repo, *options.targets):
         if not (path.is_dir() if path is options.repo else path.exists()):
-            wiki.error(f"no such folder or page: {path}")
+            wiki.error(f"no such folder{' or page' * (path is not options.repo)}: {path}")
     if options.command == "check" and (len(options.targets) > 1 or options.targets[0].is_dir()):
         wiki.error("check takes one page, and not a folder")
     if not options.consent and not options.dry_run:  # which gives nobody anything
@@ -88,7 +88,7 @@ def _settings(wiki: _Parser, options: Namespace) -> Iterator[str]:
     try:
         table = tomllib.loads(file.read_text("utf-8")) if file.exists() else {}
         settings = (table if file is own else table.get("tool", {}).get("wiki", {})).items()
-    except (AttributeError, OSError, ValueError) as error:
+    except (AttributeError, OSError, RecursionError, ValueError) as error:
         wiki.error(f"cannot read {file}: {error}")
     wiki.source = f"{file}: "
     for key, value in settings:
@@ -98,7 +98,7 @@ def _settings(wiki: _Parser, options: Namespace) -> Iterator[str]:
             wiki.error(f"{key} is for the command line alone")
         if default is None:
             wiki.error(f"unknown key: {key}")
-        if type(value) is not type(default):
+        if type(value) is not type(default) or option == "exclude" and {str, *map(type, value)} != {str}:
             wiki.error(f"{key} takes a value of type {type(default).__name__}, not {value!r}")
         for one in value if option == "exclude" else [value] * (value is not False):
             given = options.repo / one if option == "baseline" else one

@@ -16,7 +16,7 @@ _SENTENCE_CHARS = citation_check._DETAIL_CLAIM_CHARS
 _BRACKETED_RE = re.compile(r"(?<![\w)`])\[[^][\n]{3,300}\d\](?![(`])")
 _LINES_RE = re.compile(r"\[(?!\w+://)(?=[^:#]*[./])[^:#]*[:#]\s*[Ll]?\d+(?:\s*[-\u2013,]\s*[Ll]?\d+)*\]")
 _UNCHECKED_RE = re.compile(r"^ {0,3}(?:\||>|#{1,6}\s).*:L[1-9].*", re.MULTILINE)
-_FENCED_RE = re.compile(r"^[ \t]*(?:[-*+\d.)]+[ \t]+)?(```|~~~).*?(?:^[ \t]*\1|\Z)", re.MULTILINE | re.DOTALL)
+_FENCED_RE = re.compile(r"(?ms)^[ \t]*(?:[-*+\d.)]+[ \t]+)*+(```(?!`*[^`\n]+`)|~~~).*?(?:^[ \t]*\1|\Z)")
 
 
 def judged(page: Page, markdown: str, result: CitationCheck, asked: dict[CitedClaim, str],
@@ -60,8 +60,8 @@ def judged(page: Page, markdown: str, result: CitationCheck, asked: dict[CitedCl
 def places(markdown: str) -> dict[CitedClaim, tuple[int, int, str]]:
     """Where each of the page's cited claims begins, line and column from 1, and its citation as written."""
     # The module cuts the blocks; a tag at the end of each line tells which lines went into one.
-    tag = next(char for char in map(chr, range(0xE000, 0x110000)) if char not in markdown)
-    lines = [line.rstrip() for line in markdown.split("\n")]
+    lines, used = [line.rstrip() for line in markdown.split("\n")], set(markdown)
+    tag = next(char for char in map(chr, range(0xE000, 0x110000)) if char not in used)
     tagged = "\n".join(f"{line}{tag}{number}" if line else "" for number, line in enumerate(lines, 1))
     line_end = re.compile(f"{tag}([0-9]+)")
     gap = citation_check._SENTENCE_END_RE.pattern.replace(r"\s+", rf"(?:{line_end.pattern})?\s+")

@@ -18,7 +18,7 @@ GONE = "".join(TRUE.replace("src/app.py:L1", cited) for cited in (
     "/src/gone.py:L1", "src/app.py:L7", "../wiki/good.md:L1", "src/app.py:L3-L1"))
 KNOWN = {"repo/known": "../wiki/a.md\t[src/app.py:L1]\tThe download makes 5 attempts.\n" + "x" * 300 + "\t\t\n"}
 NEAR = ("Attempts [src/app.py:1-3] and [app.py#L1] are [a](b.md#L1) `[a.py:1]`.\n\n# As in [src/app.py:L1]\n"
-        f"- ```\n  [a.py:1]\n  {WRONG}\n  ```\n{TRUE}\n")
+        f"* ```x```\n- ```\n  [a.py:1]\n  {WRONG}\n  ```\n{TRUE}\n")
 LINT, CHECK = ([*start, "--repo", "repo", "--consent"] for start in (["lint", "wiki"], ["check", "page.md"]))
 
 
@@ -70,7 +70,7 @@ def files(repo, monkeypatch):
     ([*LINT, "--baseline", "repo/src/app.py"], {}, 2, ["is no baseline"]),
     ([*LINT, "--baseline", "no/known", "--write-baseline"], {}, 2, ["no baseline can be written in"]),
     ([*LINT, "--max-calls-per-batch", "-1"], {}, 2, ["not a count"]),
-    (LINT, {"repo/wiki.toml": "exclude = 'old'"}, 2, ["wiki.toml: exclude takes a value of type list"]),
+    (LINT, {"repo/wiki.toml": "exclude = ['a', 1]"}, 2, ["wiki.toml: exclude takes a value of type list"]),
     ([*LINT, "--output", "new.md"], {}, 2, ["the report would replace, or be, a page"]),
     ([*LINT, "--output", "repo/known", "--baseline", "repo/known"], KNOWN, 2, ["a page or the baseline"]),
     ([*LINT, "--output", "/dev/stdout", "--fail-on", "medium"], {"wiki/a.md": OTHER}, 0, ["1 finding"]),

@@ -66,9 +66,9 @@ assert sources._read("fifo") == sources._read("zero") == module.CitedSources(Pat
 try: raise SystemExit(os.read(watch, 4096))
 except BlockingIOError: assert sources._read("src/f") == text and os.read(watch, 4096)
 """,
-    "more in the path class, and a library that the import does not find": """
+    "more in the path class, and libraries that the import does not find": """
 from support import fail, fresh, odd
-posixpath = sys.modules.pop("posixpath")
+posixpath, _io = map(sys.modules.pop, ("posixpath", "io"))
 missing, Path.ls = fresh(module).CitedSources(root), None
 for one in (sources, missing):
     assert one._read("to-f") == text and one._read("away") == one._read("fifo") == ""
