@@ -99,7 +99,7 @@ def test_a_stopped_run_tells_what_it_found(lint, tmp_path, sent, spread):
     (report := tmp_path / "report").write_text("the last good one")
     before = sorted(os.listdir(tmp_path))
     busy = judge({9: says(b"", 503, retry_after="60")})
-    lint += [*spread, "--output", report, "--max-parallel-calls", 2]
+    lint += [*spread, "--output", report, "--max-parallel-calls", 1]
     temporary = {"env": ENVIRONMENT | {"TMPDIR": str(tmp_path)}}
     with model_server(busy) as server, started([*lint, "--model-url", server.url], **temporary) as running:
         assert "the run waits: the model server is busy or fails (503" in running.stderr.readline()
