@@ -19,7 +19,7 @@ def frozen(source: str, file: str) -> bytes:
     rest = module.body[first:]
     for node in rest:
         if not isinstance(node, (*definitions, ast.Assign)):
-            raise SystemExit(f"{file}:{node.lineno}: only definitions and assignments may follow the first")
+            raise SystemExit(f"{file}:{node.lineno}: neither a definition nor a plain assignment")
     names = [node.name for node in rest if isinstance(node, definitions)]
     names += [target.id for node in rest if isinstance(node, ast.Assign) for target in node.targets]
     [define] = ast.parse("def define(native): pass").body

@@ -36,9 +36,10 @@ def parsed(arguments: Sequence[str]) -> Namespace:
     wiki = _Parser("wiki", None, _ABOUT, _END, allow_abbrev=False)
     _add_arguments(wiki)
     options = wiki.parse_args(arguments)
-    for path in (options.repo, *options.targets):
-        if not (path.is_dir() if path is options.repo else path.exists()):
-            wiki.error(f"no such folder{' or page' * (path is not options.repo)}: {path}")
+    if not options.repo.is_dir():
+        wiki.error(f"no such folder: {options.repo}")
+    if missing := [target for target in options.targets if not target.exists()]:
+        wiki.error(f"no such folder or page: {missing[0]}")
     if options.command == "check" and (len(options.targets) > 1 or options.targets[0].is_dir()):
         wiki.error("check takes one page, and not a folder")
     if not options.consent and not options.dry_run:  # which gives nobody anything

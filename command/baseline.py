@@ -20,7 +20,8 @@ class Baseline:
         except (OSError, ValueError) as error:
             raise CommandError(f"no baseline can be read (--write-baseline makes one): {error}") from error
         self._known = {tuple(line.split("\t")) for line in lines}
-        if rewrite and not os.access(f"{(folder := os.path.dirname(os.path.realpath(file)))}/.", os.W_OK):
+        folder = os.path.dirname(os.path.realpath(file))
+        if rewrite and not os.access(f"{folder}/.", os.W_OK):
             raise CommandError(f"no baseline can be written in {folder}")
         if any(len(entry) != 3 for entry in self._known):
             raise CommandError(f"{file} is no baseline: a line is not a page, a citation and a sentence")

@@ -10,7 +10,8 @@ from harden.builds import Failed
 # Each row is a function that gives its figures, and raises Failed or AssertionError when it does not hold.
 ROWS = {
     "confinement": "confinement.run", "allocations": "allocations.run", "valgrind": "memory.valgrind",
-    "asan": "sanitizers.asan", "tsan": "sanitizers.tsan", "random": "random_input.run", "static": "static.run",
+    "asan": "sanitizers.asan", "tsan": "sanitizers.tsan", "random": "random_input.run",
+    "static": "static.run",
 }  # fmt: skip
 
 parser = argparse.ArgumentParser(prog="scripts/harden", description=__doc__.splitlines()[0])

@@ -16,7 +16,7 @@ TRUE, WRONG, OTHER = (
     "P\xc3\xa4nguins migrate across antarctic glaciers [src/app.py:L1].\n")
 GONE = "".join(TRUE.replace("src/app.py:L1", cited) for cited in (
     "/src/gone.py:L1", "src/app.py:L7", "../wiki/good.md:L1", "src/app.py:L3-L1"))
-KNOWN = {"repo/known": "../wiki/a.md\t[src/app.py:L1]\tThe download makes 5 attempts.\n" + "x" * 300 + "\t\t\n"}
+KNOWN = {"repo/known": f"../wiki/a.md\t[src/app.py:L1]\tThe download makes 5 attempts.\n{'x' * 300}\t\t\n"}
 NEAR = ("Attempts [src/app.py:1-3] and [app.py#L1] are [a](b.md#L1) `[a.py:1]`.\n\n# As in [src/app.py:L1]\n"
         f"* ```x```\n- ```\n  [a.py:1]\n  {WRONG}\n  ```\n{TRUE}\n")
 LINT, CHECK = ([*start, "--repo", "repo", "--consent"] for start in (["lint", "wiki"], ["check", "page.md"]))

@@ -56,7 +56,7 @@ def test_asked_again(seconds, responses):
 @pytest.mark.parametrize("respond, attempts, message", [
     (says(b"wrong key: sesame", 401), 1, r"another key in WIKI_MODEL_KEY.* .401.: 'wrong key: \*\*\*'"),
     (says(b"", 404), 1, "not at 127.0.0.1:[0-9]+/v1/chat/completions .404."),
-    (says(b"<html>", content_type="Text/HTML; charset=utf-8"), 1, "another key in WIKI_MODEL_KEY, or is not .*.200.: '<html>'"),
+    (says(b"<html>", content_type="Text/HTML; charset=utf-8"), 1, "MODEL_KEY, or is not .*.200.: '<html>'"),
     (says(b"broken", 500), 6, "busy or fails .500.: 'broken'"),
     (says(b"sesame", 503, retry_after="301"), 1, "busy.*Retry-After: 301"),
     (says(b"", 503, retry_after="60"), 1, "asked to stop"),

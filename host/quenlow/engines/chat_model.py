@@ -110,8 +110,8 @@ class ChatModel:
             raise _Trouble("busy" if status in (429, 503) else "failed", said, _told_pause(told))
         is_page = "text/html" in response.headers.get("content-type", "").lower()
         if status in (401, 403, 404) or is_page or response.is_redirect:
-            said = f"in WIKI_MODEL_KEY, or is not at {self._url.netloc.decode()}{self._url.path} {said}"
-            raise DecisionError(f"the model server wants another key {said}")
+            where = f"{self._url.netloc.decode()}{self._url.path} {said}"
+            raise DecisionError(f"the model server wants another key in WIKI_MODEL_KEY, or is not at {where}")
         if not response.is_success:
             said = f"the model server refuses the question {said}"
             raise _Trouble("refused", said, 0.0) if status in (400, 422) else DecisionError(said)
